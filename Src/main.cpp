@@ -1,0 +1,3 @@
+#include "ravel.h"
+
+int main(int argc, char* argv[]) { return RavelMain(argc, argv); }

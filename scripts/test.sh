@@ -1,0 +1,28 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds everything and runs every test.
+# Usage: scripts/test.sh [default|asan|all]   (default: all = plain build, then sanitizer build)
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+bash scripts/bootstrap.sh
+
+run_preset() {
+    local preset=$1
+    echo "== configure, build and test: $preset"
+    cmake --preset "$preset"
+    cmake --build --preset "$preset"
+    ctest --preset "$preset"
+}
+
+case "${1:-all}" in
+    default) run_preset default ;;
+    asan) run_preset asan ;;
+    all)
+        run_preset default
+        run_preset asan
+        ;;
+    *)
+        echo "usage: $0 [default|asan|all]" >&2
+        exit 2
+        ;;
+esac
