@@ -3,8 +3,9 @@
 
 #include <cstdio>
 #include <string>
+#include <vector>
 
-using Bytes = std::basic_string<unsigned char>;
+using Bytes = std::vector<unsigned char>;
 
 inline Bytes FromHex(const std::string& hex) {
     Bytes out;
@@ -25,6 +26,16 @@ inline std::string ToHex(const unsigned char* p, size_t n) {
 
 inline std::string ToHex(const Bytes& b) {
     return ToHex(b.data(), b.size());
+}
+
+inline Bytes Slice(const Bytes& b, size_t at, size_t n = std::string::npos) {
+    size_t end = n == std::string::npos || at + n > b.size() ? b.size() : at + n;
+    return Bytes(b.begin() + at, b.begin() + end);
+}
+
+inline Bytes Join(Bytes a, const Bytes& b) {
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
 }
 
 inline Bytes FromText(const std::string& text) {

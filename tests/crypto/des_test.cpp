@@ -20,12 +20,12 @@ struct Variant {
     }
     Bytes Run(const Bytes& in) {
         Bytes out(in.size(), 0);
-        EXPECT_EQ(Update(&out[0], in.data(), (unsigned int)in.size()), 0);
+        EXPECT_EQ(Update(out.data(), in.data(), (unsigned int)in.size()), 0);
         return out;
     }
     void Restart() { RestartFn(&ctx); }
     static Bytes Key() {
-        return FromHex("0123456789abcdeffedcba987654321089abcdef01234567").substr(0, KeyLength);
+        return Slice(FromHex("0123456789abcdeffedcba987654321089abcdef01234567"), 0, KeyLength);
     }
 };
 
@@ -62,7 +62,7 @@ TEST(DesKnownAnswers, CbcMessageOfFips81) {
     EXPECT_EQ(ToHex(Des(key, kIv, 1).Run(kPlain)), cipher);
     EXPECT_EQ(Des(key, kIv, 0).Run(FromHex(cipher)), kPlain);
     // Triple DES with three equal keys is single DES.
-    Bytes key3 = key + key + key;
+    Bytes key3 = Join(Join(key, key), key);
     EXPECT_EQ(ToHex(Des3(key3, kIv, 1).Run(kPlain)), cipher);
     EXPECT_EQ(Des3(key3, kIv, 0).Run(FromHex(cipher)), kPlain);
 }
@@ -74,8 +74,8 @@ TEST(DesKnownAnswers, TripleDesOfSp80067) {
     Bytes cipher = FromHex("a826fd8ce53b855fcce21c8112256fe668d5c05dd9b6b900");
     Des3 enc(key, kZeroIv, 1), dec(key, kZeroIv, 0);
     for (size_t at = 0; at < plain.size(); at += 8) {
-        EXPECT_EQ(enc.Run(plain.substr(at, 8)), cipher.substr(at, 8)) << at;
-        EXPECT_EQ(dec.Run(cipher.substr(at, 8)), plain.substr(at, 8)) << at;
+        EXPECT_EQ(enc.Run(Slice(plain, at, 8)), Slice(cipher, at, 8)) << at;
+        EXPECT_EQ(dec.Run(Slice(cipher, at, 8)), Slice(plain, at, 8)) << at;
         enc.Restart();
         dec.Restart();
     }
@@ -115,19 +115,19 @@ using Variants = ::testing::Types<Des, Desx, Des3>;
 TYPED_TEST_SUITE(CbcVariant, Variants);
 
 TYPED_TEST(CbcVariant, ChainsAcrossCallsAndRoundTrips) {
-    Bytes key = TypeParam::Key(), plain = kPlain + kPlain;
+    Bytes key = TypeParam::Key(), plain = Join(kPlain, kPlain);
     TypeParam whole(key, kIv, 1), pieces(key, kIv, 1);
     Bytes cipher = whole.Run(plain);
     Bytes joined;
     for (size_t at = 0; at < plain.size(); at += 8)
-        joined += pieces.Run(plain.substr(at, 8));
+        joined = Join(joined, pieces.Run(Slice(plain, at, 8)));
     EXPECT_EQ(joined, cipher);
     // Equal plain blocks give different cipher blocks.
-    EXPECT_NE(cipher.substr(0, 24), cipher.substr(24, 24));
+    EXPECT_NE(Slice(cipher, 0, 24), Slice(cipher, 24, 24));
 
     TypeParam dec(key, kIv, 0);
-    Bytes decrypted = dec.Run(cipher.substr(0, 16));
-    decrypted += dec.Run(cipher.substr(16));
+    Bytes decrypted = dec.Run(Slice(cipher, 0, 16));
+    decrypted = Join(decrypted, dec.Run(Slice(cipher, 16)));
     EXPECT_EQ(decrypted, plain);
 }
 
@@ -143,9 +143,9 @@ TYPED_TEST(CbcVariant, PartialBlocksAreRejectedUntouched) {
     TypeParam enc(TypeParam::Key(), kIv, 1);
     Bytes out(16, 0xAA);
     auto before = enc.ctx;
-    EXPECT_EQ(enc.Update(&out[0], kPlain.data(), 12), RE_LEN);
-    EXPECT_EQ(enc.Update(&out[0], kPlain.data(), 7), 0x0406);
-    EXPECT_EQ(enc.Update(&out[0], kPlain.data(), 0), 0);
+    EXPECT_EQ(enc.Update(out.data(), kPlain.data(), 12), RE_LEN);
+    EXPECT_EQ(enc.Update(out.data(), kPlain.data(), 7), 0x0406);
+    EXPECT_EQ(enc.Update(out.data(), kPlain.data(), 0), 0);
     EXPECT_EQ(out, Bytes(16, 0xAA));
     EXPECT_EQ(R_memcmp((unsigned char*)&before, (unsigned char*)&enc.ctx, sizeof before), 0);
     EXPECT_EQ(enc.Run(kPlain), TypeParam(TypeParam::Key(), kIv, 1).Run(kPlain));
@@ -155,9 +155,9 @@ TYPED_TEST(CbcVariant, WorksInPlace) {
     Bytes key = TypeParam::Key(), buffer = kPlain;
     Bytes expected = TypeParam(key, kIv, 1).Run(kPlain);
     TypeParam enc(key, kIv, 1), dec(key, kIv, 0);
-    ASSERT_EQ(enc.Update(&buffer[0], buffer.data(), (unsigned int)buffer.size()), 0);
+    ASSERT_EQ(enc.Update(buffer.data(), buffer.data(), (unsigned int)buffer.size()), 0);
     EXPECT_EQ(buffer, expected);
-    ASSERT_EQ(dec.Update(&buffer[0], buffer.data(), (unsigned int)buffer.size()), 0);
+    ASSERT_EQ(dec.Update(buffer.data(), buffer.data(), (unsigned int)buffer.size()), 0);
     EXPECT_EQ(buffer, kPlain);
 }
 
@@ -171,6 +171,6 @@ TEST(ByteHelpers, CompareSetAndCopy) {
     Bytes buffer(6, 0);
     R_memset(&buffer[1], 0x1AB, 3); // only the low byte counts
     EXPECT_EQ(ToHex(buffer), "00ababab0000");
-    R_memcpy(&buffer[0], a.data(), 3);
+    R_memcpy(buffer.data(), a.data(), 3);
     EXPECT_EQ(ToHex(buffer), "0102ffab0000");
 }

@@ -21,7 +21,7 @@ Bytes OpenSslDigest(const Bytes& message) {
     unsigned char digest[EVP_MAX_MD_SIZE];
     unsigned int n = 0;
     EXPECT_EQ(EVP_Digest(message.data(), message.size(), digest, &n, EVP_md5(), nullptr), 1);
-    return Bytes(digest, n);
+    return Bytes(digest, digest + n);
 }
 
 Bytes OpenSslDes3(const Bytes& key, const Bytes& iv, const Bytes& in, int encrypt) {
@@ -31,7 +31,7 @@ Bytes OpenSslDes3(const Bytes& key, const Bytes& iv, const Bytes& in, int encryp
     EXPECT_EQ(EVP_CipherInit_ex(ctx, EVP_des_ede3_cbc(), nullptr, key.data(), iv.data(), encrypt),
               1);
     EVP_CIPHER_CTX_set_padding(ctx, 0);
-    EXPECT_EQ(EVP_CipherUpdate(ctx, &out[0], &n, in.data(), (int)in.size()), 1);
+    EXPECT_EQ(EVP_CipherUpdate(ctx, out.data(), &n, in.data(), (int)in.size()), 1);
     EXPECT_EQ(EVP_CipherFinal_ex(ctx, &out[n], &tail), 1);
     EVP_CIPHER_CTX_free(ctx);
     out.resize(n + tail);
@@ -44,7 +44,7 @@ Bytes Ours(Init init, Update update, const Bytes& key, const Bytes& iv, const By
     Ctx ctx;
     init(&ctx, key.data(), iv.data(), encrypt);
     Bytes out(in.size(), 0);
-    EXPECT_EQ(update(&ctx, &out[0], in.data(), (unsigned int)in.size()), 0);
+    EXPECT_EQ(update(&ctx, out.data(), in.data(), (unsigned int)in.size()), 0);
     return out;
 }
 
@@ -87,7 +87,7 @@ TEST(Oracle, DesCbcAgreesWithOpenSslBothWays) {
         ASSERT_EQ(ToHex(OurDes3(key, iv, data, 0)), ToHex(OpenSslDes3(key, iv, data, 0)))
             << "round " << round;
         // Single DES has no oracle in OpenSSL's default provider: one key thrice is single DES.
-        Bytes k1 = key.substr(0, 8), k111 = k1 + k1 + k1;
+        Bytes k1 = Slice(key, 0, 8), k111 = Join(Join(k1, k1), k1);
         ASSERT_EQ(OurDes(k1, iv, data, 1), OpenSslDes3(k111, iv, data, 1)) << "round " << round;
         ASSERT_EQ(OurDes(k1, iv, data, 0), OpenSslDes3(k111, iv, data, 0)) << "round " << round;
     }
