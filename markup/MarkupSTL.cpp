@@ -36,8 +36,8 @@ char Byte(long value) {
     return static_cast<char>(static_cast<unsigned char>(value & 0xFF));
 }
 
-// Character references above U+FFFF keep only their low 16 bits; that is how stored
-// settings have always been read back.
+// Character references above U+FFFF keep only their low 16 bits, on purpose: existing files
+// read back as they always did.
 void AppendUtf8(std::string& out, long value) {
     if (value <= 127) {
         out += Byte(value);
@@ -214,7 +214,7 @@ bool CMarkupSTL::x_FindToken(TokenPos& token) {
 }
 
 // The token spells the first characters of name, and name ends there or goes on with one of
-// " =/[" (so "a" matches "a b" and "a[1]"). Callers have relied on this loose rule for years.
+// " =/[" (so "a" matches "a b" and "a[1]"). The loose rule is kept on purpose.
 bool CMarkupSTL::x_NameMatch(const char* token, int length, const char* name, int nameLength) {
     if (length < 0 || length > nameLength || std::memcmp(token, name, length) != 0)
         return false;

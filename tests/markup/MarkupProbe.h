@@ -3,33 +3,22 @@
 
 #include "MarkupSTL.h"
 
+#include <array>
 #include <string>
 #include <vector>
 
 class MarkupProbe : public CMarkupSTL {
 public:
-    MarkupProbe() = default;
-    explicit MarkupProbe(const char* text) : CMarkupSTL(text) {}
+    using CMarkupSTL::CMarkupSTL;
 
-    // One element as the index records it; links are positions in document order (-1: none).
-    struct Node {
-        int startTagLeft, startTagRight, endTagLeft, endTagRight;
-        int parent, firstChild, nextSibling;
-        bool operator==(const Node& o) const {
-            return startTagLeft == o.startTagLeft && startTagRight == o.startTagRight &&
-                   endTagLeft == o.endTagLeft && endTagRight == o.endTagRight &&
-                   parent == o.parent && firstChild == o.firstChild && nextSibling == o.nextSibling;
-        }
-    };
+    // startTagLeft, startTagRight, endTagLeft, endTagRight, then parent, firstChild and
+    // nextSibling as positions in document order (-1: none).
+    using Node = std::array<int, 7>;
 
     // The indexed elements in document order, walked without recursion.
     std::vector<Node> Tree() const {
-        std::vector<Node> nodes;
-        std::vector<int> order(elemIndex.size(), -1);
-        auto ordinal = [&](int slot) { return slot ? order[slot] : -1; };
-        std::vector<int> slots;
-        int pos = elemIndex.empty() ? 0 : elemIndex[0].firstChild;
-        while (pos && slots.size() <= elemIndex.size()) {
+        std::vector<int> slots, order(elemIndex.size(), -1);
+        for (int pos = elemIndex[0].firstChild; pos && slots.size() <= elemIndex.size();) {
             order[pos] = static_cast<int>(slots.size());
             slots.push_back(pos);
             if (elemIndex[pos].firstChild) {
@@ -38,9 +27,10 @@ public:
             }
             while (pos && !elemIndex[pos].nextSibling)
                 pos = elemIndex[pos].parent;
-            if (pos)
-                pos = elemIndex[pos].nextSibling;
+            pos = pos ? elemIndex[pos].nextSibling : 0;
         }
+        auto ordinal = [&](int slot) { return slot ? order[slot] : -1; };
+        std::vector<Node> nodes;
         for (int slot : slots) {
             const ElemPos& e = elemIndex[slot];
             nodes.push_back({e.startTagLeft, e.startTagRight, e.endTagLeft, e.endTagRight,
@@ -49,10 +39,12 @@ public:
         return nodes;
     }
 
+    // The edited index must be what a fresh parse of the edited text gives.
+    bool MatchesFreshParse() const { return MarkupProbe(GetDoc().c_str()).Tree() == Tree(); }
+
     const ElemPos& Elem(int slot) const { return elemIndex[slot]; }
     size_t IndexSize() const { return elemIndex.size(); }
     int NextFree() const { return nextFreePos; }
-    int Parent() const { return parentPos; }
     int Main() const { return mainPos; }
     int Child() const { return childPos; }
     int NodeType() const { return nodeType; }
