@@ -5,9 +5,24 @@
 #include <QFile>
 #include <QString>
 #include <QTemporaryDir>
+#include <QVariant>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <ostream>
 #include <string>
 #include <sys/stat.h>
+
+// Readable failure messages for Qt values.
+inline void PrintTo(const QByteArray& bytes, std::ostream* out) {
+    *out << '"' << bytes.toPercentEncoding(" <>/=?!:;&'\"").constData() << '"';
+}
+inline void PrintTo(const QString& text, std::ostream* out) {
+    *out << '"' << text.toStdString() << '"';
+}
+inline void PrintTo(const QVariant& value, std::ostream* out) {
+    *out << value.typeName() << ' ';
+    PrintTo(value.toString(), out);
+}
 
 inline const QByteArray kMark("\xEF\xBB\xBF");
 inline const QByteArray kDeclaration("<?xml version=\"1.0\" encoding=\"utf-8\"?>\r\n");

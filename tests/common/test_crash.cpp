@@ -63,7 +63,7 @@ TEST(CrashSafety, KilledWriterLeavesTheOldOrTheNewFile) {
         ++seen[value == "new"];
         for (const QString& name :
              QDir(dir.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot))
-            ASSERT_TRUE(name == "UserInfo.dat" || leftover.match(name).hasMatch()) << name;
+            ASSERT_TRUE(name == "UserInfo.dat" || leftover.match(name).hasMatch()) << name.toStdString();
     }
     EXPECT_GT(seen[0] + seen[1], 0);
 }
