@@ -45,7 +45,7 @@ TEST(CrashSafety, KilledWriterLeavesTheOldOrTheNewFile) {
     const QRegularExpression leftover("^UserInfo\\.dat\\.[A-Za-z0-9]{6}$");
 
     std::mt19937 random(std::random_device{}());
-    std::uniform_int_distribution<useconds_t> delay(0, 3000);
+    std::uniform_int_distribution<useconds_t> delay(0, 2000);
     int seen[2] = {0, 0};
     for (int round = 0; round < 200; ++round) {
         const pid_t writer = StartWriter(file);
@@ -63,7 +63,8 @@ TEST(CrashSafety, KilledWriterLeavesTheOldOrTheNewFile) {
         ++seen[value == "new"];
         for (const QString& name :
              QDir(dir.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot))
-            ASSERT_TRUE(name == "UserInfo.dat" || leftover.match(name).hasMatch()) << name.toStdString();
+            ASSERT_TRUE(name == "UserInfo.dat" || leftover.match(name).hasMatch())
+                << name.toStdString();
     }
     EXPECT_GT(seen[0] + seen[1], 0);
 }
