@@ -13,7 +13,7 @@ namespace {
 
 const char kStamp[] = "[0-9][0-9]:[0-9][0-9]:[0-9][0-9]: \\.\\./Common/CommonFunctions: ";
 
-class ComponentData : public TempFolderTest {
+class StoreComponentData : public TempFolderTest {
 protected:
     QString src = Path("src/");
     QString dst = Path("dst/");
@@ -28,7 +28,7 @@ protected:
     }
 };
 
-TEST_F(ComponentData, CopiesTreesWithHiddenFilesAndRepointedLinks) {
+TEST_F(StoreComponentData, CopiesTreesWithHiddenFilesAndRepointedLinks) {
     MakeTree();
     ASSERT_TRUE(CCommonFunctions::MXPCopyDir(src, dst));
     EXPECT_EQ(ReadBytes(dst + "a.txt"), "alpha");
@@ -42,7 +42,7 @@ TEST_F(ComponentData, CopiesTreesWithHiddenFilesAndRepointedLinks) {
         EXPECT_EQ(Mode(dst + name), 0777u) << name;
 }
 
-TEST_F(ComponentData, IdenticalFilesAreNotCopiedAgain) {
+TEST_F(StoreComponentData, IdenticalFilesAreNotCopiedAgain) {
     MakeTree();
     ASSERT_TRUE(CCommonFunctions::MXPCopyDir(src, dst));
     // An old time stamp shows whether the file was written again.
@@ -59,7 +59,7 @@ TEST_F(ComponentData, IdenticalFilesAreNotCopiedAgain) {
 
 // Running as root, no permission stops a delete; a folder standing where a file is expected
 // cannot be deleted as a file, yet can be moved aside, which is what the backup path needs.
-TEST_F(ComponentData, UndeletableDestinationIsRolledBackWhenTheCopyFails) {
+TEST_F(StoreComponentData, UndeletableDestinationIsRolledBackWhenTheCopyFails) {
     const QString target = Path("target");
     ASSERT_TRUE(QDir().mkpath(target));
     WriteBytes(target + "/inside", "keep me");
@@ -73,7 +73,7 @@ TEST_F(ComponentData, UndeletableDestinationIsRolledBackWhenTheCopyFails) {
     EXPECT_EQ(ReadBytes(target + ".old/inside"), "keep me"); // the backup stays after success
 }
 
-TEST_F(ComponentData, CopyFileEdgeCases) {
+TEST_F(StoreComponentData, CopyFileEdgeCases) {
     EXPECT_FALSE(CCommonFunctions::MXPSCopyFile("", Path("x")));
     EXPECT_FALSE(CCommonFunctions::MXPSCopyFile(Path("x"), ""));
     ASSERT_TRUE(QFile::link("/some/where", Path("link")));
@@ -81,7 +81,7 @@ TEST_F(ComponentData, CopyFileEdgeCases) {
     EXPECT_EQ(QFileInfo(Path("copy")).symLinkTarget(), "/some/where");
 }
 
-class CreatePath : public TempFolderTest {
+class StoreCreatePath : public TempFolderTest {
 protected:
     void SetUp() override {
         TempFolderTest::SetUp();
@@ -97,7 +97,7 @@ protected:
     QString oldCurrent = QDir::currentPath();
 };
 
-TEST_F(CreatePath, MakesEveryLevelBeforeTheLastSlash) {
+TEST_F(StoreCreatePath, MakesEveryLevelBeforeTheLastSlash) {
     EXPECT_EQ(Create(L"./a/b").first, 0);
     EXPECT_TRUE(QFileInfo("a").isDir());
     EXPECT_FALSE(QFileInfo::exists("a/b"));
@@ -109,7 +109,7 @@ TEST_F(CreatePath, MakesEveryLevelBeforeTheLastSlash) {
     EXPECT_EQ(Create(L"c/d").first, 0); // exists already
 }
 
-TEST_F(CreatePath, FailuresAreReportedOnTheDebugChannel) {
+TEST_F(StoreCreatePath, FailuresAreReportedOnTheDebugChannel) {
     const std::string stamp = kStamp;
     auto [result, message] = Create(L"abc");
     EXPECT_EQ(result, -1);
@@ -126,7 +126,7 @@ TEST_F(CreatePath, FailuresAreReportedOnTheDebugChannel) {
     EXPECT_THAT(message, MatchesRegex(stamp + "MXPSCreatePath: Make directory failed\\.\n"));
 }
 
-class DisplayName : public TempFolderTest {
+class StoreDisplayName : public TempFolderTest {
 protected:
     std::pair<QString, std::string> NameOf(const QByteArray& components) {
         WriteBytes(Path("UpdateInfo.dat"), kMark + components);
@@ -136,7 +136,7 @@ protected:
     }
 };
 
-TEST_F(DisplayName, FirstMainComponentCounts) {
+TEST_F(StoreDisplayName, FirstMainComponentCounts) {
     const auto [name, message] = NameOf("<root><components>"
                                         "<component><main>0</main><name>a</name></component>"
                                         "<component><main>1</main><displayname>Main "
@@ -147,7 +147,7 @@ TEST_F(DisplayName, FirstMainComponentCounts) {
     EXPECT_EQ(message, "");
 }
 
-TEST_F(DisplayName, EmptyDisplayNameFallsBackToName) {
+TEST_F(StoreDisplayName, EmptyDisplayNameFallsBackToName) {
     EXPECT_EQ(NameOf("<root><components><component><displayname/><name>n</name>"
                      "<main>1</main></component></components></root>")
                   .first,
@@ -159,7 +159,7 @@ TEST_F(DisplayName, EmptyDisplayNameFallsBackToName) {
     EXPECT_EQ(NameOf("<root><other/></root>"), std::make_pair(QString(), std::string()));
 }
 
-TEST_F(DisplayName, NoRootIsReported) {
+TEST_F(StoreDisplayName, NoRootIsReported) {
     const auto [name, message] = NameOf("not xml");
     EXPECT_EQ(name, "");
     EXPECT_THAT(message, MatchesRegex(std::string(kStamp) +
@@ -169,7 +169,7 @@ TEST_F(DisplayName, NoRootIsReported) {
 
 // Creating the shared folder opens every level of its path to everyone, /usr included:
 // the modes found are put back, and whatever the test made is removed.
-class SharedDataRoot : public ::testing::Test {
+class StoreSharedDataRoot : public ::testing::Test {
 protected:
     void SetUp() override {
         for (const char* path : levels) {
@@ -191,7 +191,7 @@ protected:
     QString made;
 };
 
-TEST_F(SharedDataRoot, BlanksBecomeUnderscores) {
+TEST_F(StoreSharedDataRoot, BlanksBecomeUnderscores) {
     const QString unique = QString("ravel test %1 My App ").arg(getpid());
     made = "/usr/local/zq_kt_userdata/" + QString(unique).replace(' ', '_') + "/";
     ASSERT_FALSE(QFileInfo::exists(made));

@@ -8,7 +8,7 @@
 
 namespace {
 
-class SealedFile : public TempFolderTest {
+class StoreSealedFile : public TempFolderTest {
 protected:
     QString file = Path("x.dat");
     int Read(std::string& out, bool unseal = false) {
@@ -50,7 +50,7 @@ std::string OpenSslMd5(const std::string& bytes) {
     return std::string(reinterpret_cast<const char*>(digest), length);
 }
 
-TEST_F(SealedFile, ReadsEveryEncodingTheToolsWrite) {
+TEST_F(StoreSealedFile, ReadsEveryEncodingTheToolsWrite) {
     std::string out;
     WriteBytes(file, kMark + QByteArray("<r>\xC3\xA9</r>\0tail", 14));
     ASSERT_EQ(Read(out), 0);
@@ -66,7 +66,7 @@ TEST_F(SealedFile, ReadsEveryEncodingTheToolsWrite) {
     EXPECT_EQ(out, "<r>é😀</r>");
 }
 
-TEST_F(SealedFile, ReadFailures) {
+TEST_F(StoreSealedFile, ReadFailures) {
     std::string out = "kept";
     EXPECT_EQ(Read(out), -1); // missing
     WriteBytes(file, "");
@@ -78,7 +78,7 @@ TEST_F(SealedFile, ReadFailures) {
     EXPECT_EQ(out, "kept");
 }
 
-TEST_F(SealedFile, SaveWritesTheMarkOnceAndOpensPermissions) {
+TEST_F(StoreSealedFile, SaveWritesTheMarkOnceAndOpensPermissions) {
     ASSERT_EQ(Save("<r>\r\n<k>v</k>\r\n</r>\r\n"), 0);
     EXPECT_EQ(ReadBytes(file), kMark + "<r>\r\n<k>v</k>\r\n</r>\r\n");
     EXPECT_EQ(Mode(file), 0777u);
@@ -91,7 +91,7 @@ TEST_F(SealedFile, SaveWritesTheMarkOnceAndOpensPermissions) {
     EXPECT_EQ(Save("<r/>"), -1);
 }
 
-TEST_F(SealedFile, SealedTextLengthsAndRoundTrips) {
+TEST_F(StoreSealedFile, SealedTextLengthsAndRoundTrips) {
     for (const std::string& plain : {std::string(), std::string("abc"), std::string("12345678"),
                                      std::string("123456789"), std::string(100, 'x')}) {
         const std::string sealed = Encrypt(plain, kPass);
@@ -104,7 +104,7 @@ TEST_F(SealedFile, SealedTextLengthsAndRoundTrips) {
     EXPECT_EQ(Decrypt("0102", kPass), "");
 }
 
-TEST_F(SealedFile, HexAndRandomBytes) {
+TEST_F(StoreSealedFile, HexAndRandomBytes) {
     EXPECT_EQ(StrToHex(std::string("\x00\xAB\xFF\x10", 4)), "00ABFF10");
     EXPECT_EQ(HexToStr("4g1"), std::string("\x40\x10"));
     EXPECT_EQ(HexToStr("00abFF"), std::string("\x00\xAB\xFF", 3));
@@ -113,7 +113,7 @@ TEST_F(SealedFile, HexAndRandomBytes) {
     EXPECT_EQ(GetRandomBytes(8).size(), 8u);
 }
 
-TEST_F(SealedFile, AgreesWithOpenSslTripleDes) {
+TEST_F(StoreSealedFile, AgreesWithOpenSslTripleDes) {
     const std::string iv("\x01\x23\x45\x67\x89\xAB\xCD\xEF", 8);
     const std::string plain = "<root>\r\n<Strategy>cycle</Strategy>\r\n</root>\r\n";
     const std::string cipher = OpenSslSeal(plain, iv);
@@ -126,7 +126,7 @@ TEST_F(SealedFile, AgreesWithOpenSslTripleDes) {
     EXPECT_EQ(out, plain);
 }
 
-TEST_F(SealedFile, SaveSealsAndReadUnseals) {
+TEST_F(StoreSealedFile, SaveSealsAndReadUnseals) {
     const char* text = "<r>\r\n<k>sealed</k>\r\n</r>\r\n";
     ASSERT_EQ(Save(text, true), 0);
     const QByteArray bytes = ReadBytes(file);
@@ -141,7 +141,7 @@ TEST_F(SealedFile, SaveSealsAndReadUnseals) {
     EXPECT_EQ(Read(out, true), -1);
 }
 
-TEST_F(SealedFile, DigestsAgreeWithOpenSsl) {
+TEST_F(StoreSealedFile, DigestsAgreeWithOpenSsl) {
     for (const std::string& text : {std::string(), std::string("abc"), std::string(1000, '\0')})
         EXPECT_EQ(Md5Hash(text), OpenSslMd5(text));
     std::string big;

@@ -6,7 +6,7 @@
 
 namespace {
 
-class Settings : public TempFolderTest {
+class StoreSettings : public TempFolderTest {
 protected:
     QString file = Path("UserInfo.dat");
     QVariant Get(const QString& section, const QString& key, const QVariant& fallback = "dflt") {
@@ -29,7 +29,7 @@ const QByteArray kTwoSections = kMark + kDeclaration +
                                 "<DelayInfo>\r\n<DelayTimes>2</DelayTimes>\r\n</DelayInfo>\r\n"
                                 "</root>\r\n";
 
-TEST_F(Settings, NewFileHasTheSharedLayoutByteForByte) {
+TEST_F(StoreSettings, NewFileHasTheSharedLayoutByteForByte) {
     WriteConfigure("UpdateStrategy", "Strategy", "cycle", file);
     WriteConfigure("DelayInfo", "DelayTimes", 2u, file);
     EXPECT_EQ(ReadBytes(file), kTwoSections);
@@ -37,7 +37,7 @@ TEST_F(Settings, NewFileHasTheSharedLayoutByteForByte) {
     EXPECT_EQ(Get("DelayInfo", "DelayTimes").toUInt(), 2u);
 }
 
-TEST_F(Settings, WritesKeepOtherSectionsAndKeysInOrder) {
+TEST_F(StoreSettings, WritesKeepOtherSectionsAndKeysInOrder) {
     WriteBytes(file, kTwoSections);
     WriteConfigure("UpdateStrategy", "Strategy", "a&b<c>", file);
     WriteConfigure("UpdateStrategy", "UpdateCycle", 7, file);
@@ -50,7 +50,7 @@ TEST_F(Settings, WritesKeepOtherSectionsAndKeysInOrder) {
     EXPECT_EQ(Get("UpdateStrategy", "Strategy").toString(), "a&b<c>");
 }
 
-TEST_F(Settings, ValuesAreTextAndDefaultsComeBackUnchanged) {
+TEST_F(StoreSettings, ValuesAreTextAndDefaultsComeBackUnchanged) {
     EXPECT_EQ(Get("S", "K", 42).typeId(), QMetaType::Int); // missing file
     WriteConfigure("S", "Flag", true, file);
     WriteConfigure("S", "Big", qint64(-5000000000), file);
@@ -67,14 +67,14 @@ TEST_F(Settings, ValuesAreTextAndDefaultsComeBackUnchanged) {
     EXPECT_EQ(Get("Other", "Flag", 7), QVariant(7));
 }
 
-TEST_F(Settings, SectionRootIsWrittenUnderRootButNotFoundThere) {
+TEST_F(StoreSettings, SectionRootIsWrittenUnderRootButNotFoundThere) {
     WriteConfigure("root", "Direct", "1", file);
     EXPECT_EQ(ReadBytes(file),
               kMark + kDeclaration + "<root>\r\n<Direct>1</Direct>\r\n</root>\r\n");
     EXPECT_EQ(Get("root", "Direct").toString(), "dflt");
 }
 
-TEST_F(Settings, FirstOfTwoSameNamedSectionsIsReadAndWritten) {
+TEST_F(StoreSettings, FirstOfTwoSameNamedSectionsIsReadAndWritten) {
     const QByteArray text = "<root><S><K>1</K></S><S><K>2</K></S></root>";
     WriteBytes(file, kMark + text);
     EXPECT_EQ(Get("S", "K").toString(), "1");
@@ -82,7 +82,7 @@ TEST_F(Settings, FirstOfTwoSameNamedSectionsIsReadAndWritten) {
     EXPECT_EQ(ReadBytes(file), kMark + "<root><S><K>9</K></S><S><K>2</K></S></root>");
 }
 
-TEST_F(Settings, FileWithoutRootIsReplacedWhole) {
+TEST_F(StoreSettings, FileWithoutRootIsReplacedWhole) {
     for (const QByteArray& old : {QByteArray("plain words"), QByteArray("<config><S/></config>"),
                                   QByteArray("<root><unclosed></root>")}) {
         WriteBytes(file, old);
@@ -92,14 +92,14 @@ TEST_F(Settings, FileWithoutRootIsReplacedWhole) {
     }
 }
 
-TEST_F(Settings, MissingFolderLosesTheValueSilently) {
+TEST_F(StoreSettings, MissingFolderLosesTheValueSilently) {
     file = Path("no/such/folder/x.dat");
     WriteConfigure("S", "K", "v", file);
     EXPECT_FALSE(QFile::exists(file));
     EXPECT_EQ(Get("S", "K").toString(), "dflt");
 }
 
-TEST_F(Settings, LibxmlReadsWhatIsWritten) {
+TEST_F(StoreSettings, LibxmlReadsWhatIsWritten) {
     const QString tricky = QString::fromUtf8("x < y & \"z\" > 'w' é");
     WriteConfigure("UpdateStrategy", "Strategy", "cycle", file);
     WriteConfigure("DelayInfo", "Note", tricky, file);
@@ -111,7 +111,7 @@ TEST_F(Settings, LibxmlReadsWhatIsWritten) {
     EXPECT_EQ(Xpath("count(/root/*/*)"), "2");
 }
 
-TEST_F(Settings, HandWrittenFileIsUpdatedInPlace) {
+TEST_F(StoreSettings, HandWrittenFileIsUpdatedInPlace) {
     const QByteArray text = "<?xml version=\"1.0\"?>\n<root>\n  <S>\n    <K>old</K>\n  </S>\n"
                             "  <T>\n    <K>t</K>\n  </T>\n</root>\n";
     WriteBytes(file, text);
