@@ -82,10 +82,14 @@ TEST(FilePath, ResultsForEachMissingFile) {
     WriteBytes(org + "UpdateInfo.dat", "<root/>");
     EXPECT_EQ(InitFilePath(org, false), 0);
     EXPECT_EQ(InitFilePath(org, true), 0);
+    // The settings file counts as missing only when the reader and the check see different
+    // names: the reader stops at a NUL, the check rejects the whole name.
+    EXPECT_EQ(InitFilePath(box.Tidewater() + QChar(0) + "/", true), 3);
     const QString stamp = "[Src/ravel(#)][2024-03-05 14:02:11]";
     const QString config = stamp + "[ConfigFile<%1> not exist]-->\n";
     EXPECT_EQ(box.LogBody(),
               (config.arg(box.UserInfo()) + stamp + "[ExeFile<" + g_qstrTidewaterExePath +
-               "> not exist]-->\n" + config.arg(org + "UpdateInfo.dat").repeated(2))
+               "> not exist]-->\n" + config.arg(org + "UpdateInfo.dat").repeated(2) +
+               config.arg(box.Tidewater()))
                   .toUtf8());
 }
