@@ -6,8 +6,14 @@
 #include <QDateTime>
 #include <QString>
 #include <QTemporaryDir>
+#include <gtest/gtest.h>
 #include <utility>
 #include <vector>
+
+// Readable failure output for byte strings.
+inline void PrintTo(const QByteArray& bytes, std::ostream* out) {
+    *out << ::testing::PrintToString(bytes.toStdString());
+}
 
 using Keys = std::vector<std::pair<const char*, QString>>;
 using Sections = std::vector<std::pair<const char*, Keys>>;

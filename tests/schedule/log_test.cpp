@@ -44,12 +44,14 @@ TEST(EasyLog, BannersOpenPermissionsAndAppendAcrossStarts) {
         log.WriteLogInfo("one");
     }
     CEasyLog second;
+    std::strcpy(second.m_szFile, "stale");
+    second.m_nLine = 5;
     second.Init("own.log");
     const QByteArray line = "[f(5)]" + kStamp + "[one]-->\n";
     EXPECT_EQ(ReadBytes(box.Data() + "log/own.log"), StartBanner() + line + kEnd + StartBanner());
     // Init clears the source, the line stays.
     EXPECT_STREQ(second.m_szFile, "");
-    EXPECT_EQ(second.m_nLine, -1);
+    EXPECT_EQ(second.m_nLine, 5);
     const auto all = QFileDevice::ReadOther | QFileDevice::WriteOther | QFileDevice::ExeOther |
                      QFileDevice::ReadGroup | QFileDevice::WriteGroup | QFileDevice::ExeGroup;
     EXPECT_EQ(QFileInfo(box.Data() + "log").permissions() & all, all);

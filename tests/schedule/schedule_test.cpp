@@ -169,9 +169,15 @@ TEST_F(LaunchDecision, DelayIsDrawnOverTheRoundsRange) {
         bool result;
     };
     const Case cases[] = {
-        {nullptr, 1, 43200, false}, {"720", 2, 21600, false},    {"1", 2, 0, false},
-        {"1", 1, 60, false},        {"720", 3, 0, true},         {"720", 0, 0, false},
-        {"71582789", 1, 44, false}, {"143165578", 2, 44, false},
+        {nullptr, 1, 43200, false},
+        {"720", 2, 21600, false},
+        {"1", 2, 0, false},
+        {"1", 1, 60, false},
+        {"720", 3, 0, true},
+        {"720", 0, 0, false},
+        {"71582789", 1, 44, false},
+        {"143165578", 2, 44, false},
+        {"71582788", 1, 4294967280u, false},
     };
     QByteArray log;
     for (const Case& c : cases) {
@@ -186,7 +192,7 @@ TEST_F(LaunchDecision, DelayIsDrawnOverTheRoundsRange) {
             log += Line(0, "Time is used up, ravel will check if delay time is ok");
             if (c.delayTimes == 3)
                 log += Line(0, "DelayTimes >= 3");
-            log += Line(0, "Delay to Time (" + Moment(now + offset) + ")");
+            log += Line(0, "Delay to Time (" + Moment((now + offset) % 4294967296u) + ")");
         }
     }
     EXPECT_EQ(box.LogBody(), log);
