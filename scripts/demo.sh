@@ -24,10 +24,12 @@ port_taken() {
     return 1
 }
 
-# PID of the process whose command starts with the given executable path, or nothing.
+# PID of the process whose command starts with the given executable path, or nothing. The path
+# goes through the environment: on a command line it would make the agent's own process-table
+# test count this look-up as a second agent.
 pid_of() {
-    ps -ww -eo pid=,args= | awk -v exe="$1" '{ line = $0; sub(/^ *[0-9]+ /, "", line) }
-        index(line, exe) == 1 && (length(line) == length(exe) || substr(line, length(exe) + 1, 1) == " ") { print $1; exit }'
+    ps -ww -eo pid=,args= | EXE="$1" awk 'BEGIN { exe = ENVIRON["EXE"] } { line = $0; sub(/^ *[0-9]+ /, "", line) }
+        !found && index(line, exe) == 1 && (length(line) == length(exe) || substr(line, length(exe) + 1, 1) == " ") { print $1; found = 1 }'
 }
 
 alive() { [ -n "$1" ] && kill -0 "$1" 2>/dev/null && [ "$(ps -o stat= -p "$1" | cut -c1)" != "Z" ]; }
@@ -130,7 +132,11 @@ say "3. What it deployed into the duplicate folder $dup"
 note "lib*.dylib files came along; libnotes.so did not."
 
 say "4. The resident duplicate"
-wait_for 30 test -n "$(pid_of "$dup_exe")" || { echo "no duplicate appeared"; exit 1; }
+if ! wait_for 30 test -n "$(pid_of "$dup_exe")"; then
+    echo "No duplicate appeared. The log says:"
+    cat "$data/log/ravel.log"
+    exit 1
+fi
 dup_pid=$(pid_of "$dup_exe")
 note "PID $dup_pid, started as:"
 note "  $(ps -ww -o args= -p "$dup_pid")"

@@ -11,8 +11,9 @@
 #include <csignal>
 #include <fcntl.h>
 #include <fstream>
-#include <netinet/in.h>
+#include <regex>
 #include <sstream>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <thread>
@@ -22,47 +23,29 @@ namespace {
 
 const char* const kUpdateInfo = "\xEF\xBB\xBF<?xml version=\"1.0\" encoding=\"utf-8\"?>\r\n"
                                 "<root>\r\n<components>\r\n"
-                                "<component><main>0</main><displayname>Helper</displayname>"
-                                "</component>\r\n"
                                 "<component><main>1</main><displayname>Demo Product</displayname>"
-                                "<name>demo</name></component>\r\n"
-                                "</components>\r\n</root>\r\n";
+                                "</component>\r\n</components>\r\n</root>\r\n";
 
 void CopyExecutable(const QString& from, const QString& to) {
     QDir().mkpath(QFileInfo(to).path());
     QFile::remove(to);
     QFile::copy(from, to);
-    QFile(to).setPermissions(QFile(to).permissions() | QFile::ExeOwner | QFile::ExeGroup |
-                             QFile::ExeOther);
+    QFile(to).setPermissions(QFile(to).permissions() | QFile::ExeOwner | QFile::ExeOther);
 }
 
-// "[Src/ravel(N)][yyyy-MM-dd hh:mm:ss]<tabs>[message]-->"; anything else is reported as such.
-std::string MessageOf(const std::string& line) {
-    const std::string head = "[Src/ravel(";
-    const std::string tail = "]-->";
-    const std::string::size_type at = line.find(")][");
-    if (line.rfind(head, 0) != 0 || at == std::string::npos || line.size() < at + 24 ||
-        line.compare(line.size() - tail.size(), tail.size(), tail) != 0) {
-        return "<malformed> " + line;
+Settings Merged(Settings base, const Settings& extra) {
+    for (const auto& [section, keys] : extra) {
+        for (const auto& [key, value] : keys) {
+            base[section][key] = value;
+        }
     }
-    std::string::size_type start = at + 3 + 19;  // past the time stamp
-    if (line[start] != ']') {
-        return "<malformed> " + line;
-    }
-    ++start;
-    while (line[start] == '\t') {
-        ++start;
-    }
-    if (line[start] != '[') {
-        return "<malformed> " + line;
-    }
-    return line.substr(start + 1, line.size() - tail.size() - start - 1);
+    return base;
 }
 
 } // namespace
 
-bool WaitUntil(const std::function<bool()>& condition, int seconds) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+bool WaitUntil(const std::function<bool()>& condition) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(120);
     while (!condition()) {
         if (std::chrono::steady_clock::now() > deadline) {
             return false;
@@ -70,26 +53,6 @@ bool WaitUntil(const std::function<bool()>& condition, int seconds) {
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
     }
     return true;
-}
-
-pid_t Spawn(const std::string& program, const std::vector<std::string>& argv,
-            const std::string& errFile) {
-    std::vector<char*> args;
-    for (const std::string& arg : argv) {
-        args.push_back(const_cast<char*>(arg.c_str()));
-    }
-    args.push_back(nullptr);
-    const pid_t pid = fork();
-    if (pid == 0) {
-        const int out = open(errFile.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
-        const int in = open("/dev/null", O_RDONLY);
-        dup2(in, 0);
-        dup2(out, 1);
-        dup2(out, 2);
-        execv(program.c_str(), args.data());
-        _exit(127);
-    }
-    return pid;
 }
 
 int WaitExit(pid_t pid) {
@@ -101,40 +64,25 @@ int WaitExit(pid_t pid) {
 }
 
 bool ProcessGone(pid_t pid) {
-    if (kill(pid, 0) != 0) {
-        return true;
-    }
-    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
-    std::string text((std::istreambuf_iterator<char>(stat)), std::istreambuf_iterator<char>());
-    const std::string::size_type paren = text.rfind(") ");
-    return paren == std::string::npos || text.compare(paren + 2, 1, "Z") == 0;
+    const std::string stat = ReadAll("/proc/" + QString::number(pid) + "/stat");
+    const std::string::size_type paren = stat.rfind(") ");
+    return paren == std::string::npos || stat.compare(paren + 2, 1, "Z") == 0;
 }
 
 std::vector<std::string> CommandLineOf(pid_t pid) {
     std::vector<std::string> args;
-    if (ProcessGone(pid)) {
-        return args;
-    }
     std::istringstream cmdline(ReadAll("/proc/" + QString::number(pid) + "/cmdline"));
-    for (std::string arg; std::getline(cmdline, arg, '\0');) {
+    for (std::string arg; !ProcessGone(pid) && std::getline(cmdline, arg, '\0');) {
         args.push_back(arg);
     }
     return args;
 }
 
-pid_t FindProcess(const std::string& exe, std::vector<std::string>* argv) {
+pid_t FindProcess(const std::string& argv0) {
     for (const QString& entry : QDir("/proc").entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
-        bool isPid = false;
-        const pid_t pid = entry.toInt(&isPid);
-        if (!isPid) {
-            continue;
-        }
-        const std::vector<std::string> args = CommandLineOf(pid);
-        if (!args.empty() && args[0] == exe) {
-            if (argv) {
-                *argv = args;
-            }
-            return pid;
+        const std::vector<std::string> args = CommandLineOf(entry.toInt());
+        if (entry.toInt() > 0 && !args.empty() && args[0] == argv0) {
+            return entry.toInt();
         }
     }
     return 0;
@@ -157,8 +105,7 @@ bool PokePort() {
     for (const std::string& message : expected) {
         at = std::find(at, messages.end(), message);
         if (at == messages.end()) {
-            auto failure = ::testing::AssertionFailure() << "missing or out of order: \"" << message
-                                                         << "\"\nlog:";
+            auto failure = ::testing::AssertionFailure() << "not found in order: " << message;
             for (const std::string& m : messages) {
                 failure << "\n  " << m;
             }
@@ -189,17 +136,20 @@ void WriteSettings(const QString& path, const Settings& settings) {
 }
 
 AgentPlace::AgentPlace() : temp(QDir::tempPath() + "/ravel-agent-XXXXXX") {
+    // Detached starts (the duplicate, the updater) become our children instead of init's.
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
     root = temp.path() + "/";
     inst = root + "inst/";
     data = root + "data/";
     dup = data + "Brightwell/";
     errFile = root + "stderr.txt";
+    installedExe = (inst + "ravel.app/Contents/MacOS/ravel").toStdString();
+    duplicateExe = (dup + "ravel.app/Contents/MacOS/ravel").toStdString();
 }
 
 AgentPlace::~AgentPlace() {
-    for (const QString& exe : {inst + "ravel.app/Contents/MacOS/ravel",
-                               dup + "ravel.app/Contents/MacOS/ravel"}) {
-        while (const pid_t pid = FindProcess(exe.toStdString())) {
+    for (const std::string& exe : {installedExe, duplicateExe}) {
+        while (const pid_t pid = FindProcess(exe)) {
             kill(pid, SIGKILL);
             WaitUntil([pid] { return ProcessGone(pid); });
         }
@@ -208,9 +158,11 @@ AgentPlace::~AgentPlace() {
         kill(pid, SIGKILL);
         waitpid(pid, nullptr, 0);
     }
+    while (waitpid(-1, nullptr, WNOHANG) > 0) {
+    }
 }
 
-void AgentPlace::LayOutInstalled(const Settings& tidewater, const char* plugin) {
+void AgentPlace::LayOutInstalled(const Settings& extra, const char* plugin) {
     CopyExecutable(RAVEL_EXE_BUILT, inst + "ravel.app/Contents/MacOS/ravel");
     CopyExecutable(TIDEWATER_EXE_BUILT, inst + "Tidewater.app/Contents/MacOS/Tidewater");
     if (plugin) {
@@ -219,44 +171,41 @@ void AgentPlace::LayOutInstalled(const Settings& tidewater, const char* plugin) 
     WriteAll(inst + "libalpha.dylib", "alpha 1");
     WriteAll(inst + "LibX.dylib", "upper case");
     WriteAll(inst + "libx.so", "not a dylib");
-    Settings settings = {{"DupInfo", {{"DuplicatePath", data}}},
-                         {"UpdateSetting", {{"TimerMinutes", "600"}}}};
-    for (const auto& [section, keys] : tidewater) {
-        for (const auto& [key, value] : keys) {
-            settings[section][key] = value;
-        }
-    }
-    WriteSettings(inst + "Tidewater.dat", settings);
+    WriteSettings(inst + "Tidewater.dat", Merged({{"DupInfo", {{"DuplicatePath", data}}},
+                                                  {"UpdateSetting", {{"TimerMinutes", "600"}}}},
+                                                 extra));
     WriteAll(inst + "UpdateInfo.dat", kUpdateInfo);
-    WriteAll(inst + "Brightwell Data/Config.xml", "<?xml version=\"1.0\"?>\r\n<item value=\"1\"/>\r\n");
+    WriteAll(inst + "Brightwell Data/Config.xml", "<?xml version=\"1.0\"?>\r\n<item value=\"1\"/>");
     WriteAll(inst + "Brightwell Data/rules.txt", "rules 1");
     WriteAll(inst + "UpdateInfo/info.txt", "info 1");
 }
 
 void AgentPlace::WriteUserInfo(const Settings& extra) {
-    Settings settings = {{"UpdateStrategy", {{"Strategy", "cycle"}, {"UpdateCycle", "1"}}},
-                         {"UpdateRecord", {{"LastLaunchTime", "2000-01-01 00:00:00"}}},
-                         {"UpdateInfo", {{"LastStatus", "ready"}}},
-                         {"DelayInfo", {{"DelayTimes", "1"}}}};
-    for (const auto& [section, keys] : extra) {
-        for (const auto& [key, value] : keys) {
-            settings[section][key] = value;
-        }
-    }
-    WriteSettings(dup + "UserInfo.dat", settings);
+    WriteSettings(dup + "UserInfo.dat",
+                  Merged({{"UpdateStrategy", {{"Strategy", "cycle"}, {"UpdateCycle", "1"}}},
+                          {"UpdateRecord", {{"LastLaunchTime", "2000-01-01 00:00:00"}}},
+                          {"UpdateInfo", {{"LastStatus", "ready"}}},
+                          {"DelayInfo", {{"DelayTimes", "1"}}}},
+                         extra));
 }
 
-void AgentPlace::PlaceDuplicateExe() {
-    CopyExecutable(RAVEL_EXE_BUILT, dup + "ravel.app/Contents/MacOS/ravel");
-}
-
-int AgentPlace::RunInstalled() {
-    const std::string exe = (inst + "ravel.app/Contents/MacOS/ravel").toStdString();
-    return WaitExit(Spawn(exe, {exe}, errFile.toStdString()));
-}
+void AgentPlace::PlaceDuplicateExe() { CopyExecutable(RAVEL_EXE_BUILT, dup + "ravel.app/Contents/MacOS/ravel"); }
 
 pid_t AgentPlace::Start(const std::string& program, const std::vector<std::string>& argv) {
-    const pid_t pid = Spawn(program, argv, errFile.toStdString());
+    std::vector<char*> args;
+    for (const std::string& arg : argv) {
+        args.push_back(const_cast<char*>(arg.c_str()));
+    }
+    args.push_back(nullptr);
+    const pid_t pid = fork();
+    if (pid == 0) {
+        const int out = open(errFile.toLocal8Bit().constData(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+        dup2(open("/dev/null", O_RDONLY), 0);
+        dup2(out, 1);
+        dup2(out, 2);
+        execv(program.c_str(), args.data());
+        _exit(127);
+    }
     started.push_back(pid);
     return pid;
 }
@@ -266,15 +215,15 @@ int AgentPlace::Reap(pid_t pid) {
     return WaitExit(pid);
 }
 
+int AgentPlace::RunInstalled() { return Reap(Start(installedExe, {installedExe})); }
+
 pid_t AgentPlace::StartDuplicate() {
-    const std::string exe = (dup + "ravel.app/Contents/MacOS/ravel").toStdString();
-    return Start(exe, {exe, inst.toStdString()});
+    return Start(duplicateExe, {duplicateExe, inst.toStdString()});
 }
 
 pid_t AgentPlace::WaitForDuplicate() {
-    const std::string exe = (dup + "ravel.app/Contents/MacOS/ravel").toStdString();
     pid_t pid = 0;
-    WaitUntil([&] { return (pid = FindProcess(exe)) != 0; });
+    WaitUntil([&] { return (pid = FindProcess(duplicateExe)) != 0; });
     return pid;
 }
 
@@ -284,21 +233,22 @@ void AgentPlace::EndThroughPort(pid_t pid) {
 }
 
 std::vector<std::string> AgentPlace::LogMessages() const {
+    static const std::regex line(
+        R"(\[Src/ravel\(\d+\)\]\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\]\t*\[(.*)\]-->)");
     std::vector<std::string> messages;
     std::istringstream log(ReadAll(data + "log/ravel.log"));
-    for (std::string line; std::getline(log, line);) {
-        if (line.rfind("----------------------", 0) != 0) {
-            messages.push_back(MessageOf(line));
+    std::smatch match;
+    for (std::string text; std::getline(log, text);) {
+        if (std::regex_match(text, match, line)) {
+            messages.push_back(match[1]);
+        } else if (text.rfind("----------------------", 0) != 0) {
+            messages.push_back("<malformed> " + text);
         }
     }
     return messages;
 }
 
 bool AgentPlace::LogHas(const std::string& message) const {
-    for (const std::string& m : LogMessages()) {
-        if (m == message) {
-            return true;
-        }
-    }
-    return false;
+    const std::vector<std::string> messages = LogMessages();
+    return std::find(messages.begin(), messages.end(), message) != messages.end();
 }

@@ -2,6 +2,7 @@
 #include "AgentHarness.h"
 
 #include "CommonFunctions.h"
+#include "EasyLog.h"
 #include "FileLayout.h"
 #include "JLibrary.h"
 #include "PolicyPlugin.h"
@@ -45,6 +46,7 @@ TEST(JLibrary, MapsANameToTheLibraryFileAndLoadsOnResolve) {
 class AgentUnit : public ::testing::Test {
 protected:
     void SetUp() override {
+        g_EazyLog.m_bEnable = 0;  // no log file in process
         // Libraries are copied from the installed folder into the duplicate folder on every start.
         g_qstrOrgPath = place.inst;
         WriteSettings(place.inst + "Tidewater.dat", {{"DupInfo", {{"DuplicatePath", place.data}}}});
@@ -93,7 +95,8 @@ TEST_F(AgentUnit, ExecuteFileKeepsAPathWithBlanksTogetherAndCopiesLibrariesFirst
     EXPECT_EQ(ExecuteFile(updater, "auto", true), 0);
     EXPECT_EQ(ReadAll(apps + "Tidewater.args"), "auto\n");
     EXPECT_EQ(ReadAll(place.dup + "libbeta.dylib"), "beta");
-    EXPECT_EQ(GetConfigure("UpdateInfo", "LastStatus", "", place.dup + "UserInfo.dat"), "ready");
+    EXPECT_EQ(GetConfigure("UpdateInfo", "LastStatus", "", place.dup + "UserInfo.dat").toString(),
+              "ready");
 
     // An empty path starts nothing but still refreshes the libraries.
     WriteAll(place.inst + "libgamma.dylib", "gamma");
