@@ -42,7 +42,9 @@ void CheckingLoop::newConnection() {
     std::exit(0);
 }
 
-void CheckingLoop::timerEvent(QTimerEvent* /*event*/) { check(); }
+void CheckingLoop::timerEvent(QTimerEvent* /*event*/) {
+    check();
+}
 
 void CheckingLoop::check() {
     const quint32 timerMinutes =

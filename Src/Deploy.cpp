@@ -24,10 +24,14 @@ bool ReadItemValue(const std::string& xmlPath, std::string& value) {
     return true;
 }
 
-void OpenFolderToEveryone(const QString& path) { chmod(path.toLocal8Bit().constData(), 0777); }
+void OpenFolderToEveryone(const QString& path) {
+    chmod(path.toLocal8Bit().constData(), 0777);
+}
 
 // The folder a path lies in, with its trailing "/".
-QString ParentFolder(const QString& path) { return path.left(path.lastIndexOf("/", -2) + 1); }
+QString ParentFolder(const QString& path) {
+    return path.left(path.lastIndexOf("/", -2) + 1);
+}
 
 // The bundle is refreshed on every start; equal files are skipped by digest.
 int CopyBundle(const QString& src, const QString& dst) {
@@ -50,8 +54,8 @@ int CopyBundle(const QString& src, const QString& dst) {
 // installed rule file carries another version mark.
 void CopyDataFolders(const QString& src, const QString& dst) {
     const QString dstData = dst + BRIGHTWELL_DATA;
-    const bool haveData = QFile::exists(dstData + "/Config.xml") ||
-                          QFile::exists(dstData + "/UpdateRule.dat");
+    const bool haveData =
+        QFile::exists(dstData + "/Config.xml") || QFile::exists(dstData + "/UpdateRule.dat");
     if (haveData) {
         if (IsCopyFile((src + BRIGHTWELL_DATA + "/Config.xml").toUtf8().toStdString(),
                        (dstData + "/Config.xml").toUtf8().toStdString())) {
@@ -81,8 +85,7 @@ int CopyFileToDup(const QString& src, const QString& dst) {
     // An existing Tidewater.dat in the duplicate is the updater's own and is kept.
     const QString srcDat = src + TIDEWATER_DAT;
     const QString dstDat = dst + TIDEWATER_DAT;
-    if ((newVersion || !QFile::exists(dstDat)) &&
-        !CCommonFunctions::MXPSCopyFile(srcDat, dstDat)) {
+    if ((newVersion || !QFile::exists(dstDat)) && !CCommonFunctions::MXPSCopyFile(srcDat, dstDat)) {
         return -1;
     }
     return 0;
@@ -90,8 +93,10 @@ int CopyFileToDup(const QString& src, const QString& dst) {
 
 bool IsNewVersion(const QString& src, const QString& /*dst*/) {
     // Both digests come from the installed executable, so the answer is always "same".
-    const std::string installed = (src + "ravel.app/Contents/MacOS/ravel").toLocal8Bit().toStdString();
-    const std::string deployed = (src + "ravel.app/Contents/MacOS/ravel").toLocal8Bit().toStdString();
+    const std::string installed =
+        (src + "ravel.app/Contents/MacOS/ravel").toLocal8Bit().toStdString();
+    const std::string deployed =
+        (src + "ravel.app/Contents/MacOS/ravel").toLocal8Bit().toStdString();
     return Md5File(installed) != Md5File(deployed);
 }
 
@@ -101,8 +106,9 @@ void CopyDependLib() {
         CCommonFunctions::MXPSCreatePath(dup.toStdWString());
         setFilePermissions(dup);
     }
-    const QStringList entries = QDir(g_qstrOrgPath).entryList(
-        QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot, QDir::NoSort);
+    const QStringList entries =
+        QDir(g_qstrOrgPath)
+            .entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot, QDir::NoSort);
     for (const QString& name : entries) {
         if (!name.startsWith("lib") || !name.endsWith(".dylib")) {
             continue;
@@ -126,7 +132,9 @@ bool IsCopyFile(const std::string& srcXml, const std::string& dstXml) {
     return srcValue != dstValue;
 }
 
-bool setFilePermissions(const QString& path) { return CCommonFunctions::setFilePermissions(path); }
+bool setFilePermissions(const QString& path) {
+    return CCommonFunctions::setFilePermissions(path);
+}
 
 int CopyOneFile(const QString& src, const QString& dst) {
     return CCommonFunctions::MXPSCopyFile(src, dst);

@@ -84,7 +84,9 @@ int ExecuteFile(const QString& path, const QString& args, bool wait) {
     return 0;
 }
 
-bool IsFileExist(const QString& path) { return QFileInfo(path).exists(); }
+bool IsFileExist(const QString& path) {
+    return QFileInfo(path).exists();
+}
 
 unsigned int ThreadSleep(unsigned int ms) {
     const unsigned int seconds = ms / 1000;

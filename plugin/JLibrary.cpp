@@ -7,7 +7,8 @@ namespace {
 // "dir/Name" -> "dir/libName.dylib"; a name without folder stays relative.
 std::string LibraryFileName(const std::string& path) {
     const std::string::size_type slash = path.rfind('/');
-    const std::string folder = slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
+    const std::string folder =
+        slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
     const std::string base = slash == std::string::npos ? path : path.substr(slash + 1);
     return folder + "lib" + base + ".dylib";
 }
@@ -17,7 +18,9 @@ std::string LibraryFileName(const std::string& path) {
 JLibrary::JLibrary(const std::string& path)
     : m_bLoaded(0), m_hHandle(nullptr), m_strPath(LibraryFileName(path)) {}
 
-JLibrary::~JLibrary() { unload(); }
+JLibrary::~JLibrary() {
+    unload();
+}
 
 bool JLibrary::load() {
     if (m_bLoaded || m_hHandle) {
@@ -31,7 +34,9 @@ bool JLibrary::load() {
     return true;
 }
 
-bool JLibrary::isLoaded() const { return m_bLoaded != 0; }
+bool JLibrary::isLoaded() const {
+    return m_bLoaded != 0;
+}
 
 void* JLibrary::resolve(const char* symbol) {
     if (!m_bLoaded && !m_hHandle && !load()) {

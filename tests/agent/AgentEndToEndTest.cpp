@@ -66,7 +66,7 @@ TEST_F(AgentEndToEnd, FirstDeploymentHandsOverAndLaunchesTheDueUpdater) {
     EXPECT_EQ(ReadAll(place.dup + "PolicyProbe.trace"),
               "Init in process " + std::to_string(pid) + "\n");
 
-    EXPECT_EQ(place.RunInstalled(), 0);  // finds the port taken
+    EXPECT_EQ(place.RunInstalled(), 0); // finds the port taken
     place.EndThroughPort(pid);
 
     EXPECT_TRUE(LoggedInOrder(
@@ -78,15 +78,15 @@ TEST_F(AgentEndToEnd, FirstDeploymentHandsOverAndLaunchesTheDueUpdater) {
          "Sleep 600 Minutes", "Enter InitAgent() ...", PluginPathLine(), "Leave InitAgent() ...",
          "QLocalServer listen failed.", "Accept a connection, ravel exit."}));
     EXPECT_THAT(place.LogMessages(), Not(Contains(::testing::StartsWith("<malformed>"))));
-    EXPECT_THAT(ReadAll(place.data + "log/ravel.log"),
-                ::testing::EndsWith(
-                    "[Accept a connection, ravel exit.]-->\n"
-                    "----------------------End Log-----------------------------------\n"));
+    EXPECT_THAT(
+        ReadAll(place.data + "log/ravel.log"),
+        ::testing::EndsWith("[Accept a connection, ravel exit.]-->\n"
+                            "----------------------End Log-----------------------------------\n"));
 }
 
 TEST_F(AgentEndToEnd, LaterRunsRefreshLibrariesButDataOnlyForANewItemValue) {
     place.LayOutInstalled();
-    place.WriteUserInfo({{"UpdateRecord", {{"LastLaunchTime", Now()}}}});  // not due
+    place.WriteUserInfo({{"UpdateRecord", {{"LastLaunchTime", Now()}}}}); // not due
     const auto handOver = [&] {
         ASSERT_EQ(place.RunInstalled(), 0);
         const pid_t pid = place.WaitForDuplicate();
@@ -100,7 +100,7 @@ TEST_F(AgentEndToEnd, LaterRunsRefreshLibrariesButDataOnlyForANewItemValue) {
     WriteAll(place.inst + "UpdateInfo/info.txt", "info 2");
     WriteConfigure("UpdateSetting", "Marker", "changed", place.inst + "Tidewater.dat");
 
-    handOver();  // same "item" value
+    handOver(); // same "item" value
     EXPECT_EQ(ReadAll(place.dup + "libalpha.dylib"), "alpha 2");
     EXPECT_EQ(ReadAll(place.dup + "Brightwell Data/rules.txt"), "rules 1");
 
@@ -108,7 +108,8 @@ TEST_F(AgentEndToEnd, LaterRunsRefreshLibrariesButDataOnlyForANewItemValue) {
     handOver();
     EXPECT_EQ(ReadAll(place.dup + "Brightwell Data/rules.txt"), "rules 2");
     EXPECT_EQ(ReadAll(place.dup + "UpdateInfo/info.txt"), "info 1");
-    EXPECT_EQ(GetConfigure("UpdateSetting", "Marker", "", place.dup + "Tidewater.dat").toString(), "");
+    EXPECT_EQ(GetConfigure("UpdateSetting", "Marker", "", place.dup + "Tidewater.dat").toString(),
+              "");
     EXPECT_FALSE(UpdaterRan());
 }
 
@@ -123,9 +124,9 @@ TEST_F(AgentEndToEnd, InterruptedRunIsResumedEvenUnderNever) {
     EXPECT_EQ(ReadAll(place.inst + "Tidewater.args"), "auto\n");
     place.EndThroughPort(pid);
     EXPECT_EQ(place.Reap(pid), 0);
-    EXPECT_TRUE(LoggedInOrder(place.LogMessages(), {"LastTime DownLoad broken, Continue now!",
-                                                    "File path is: " + Updater(),
-                                                    "Sleep 600 Minutes"}));
+    EXPECT_TRUE(
+        LoggedInOrder(place.LogMessages(), {"LastTime DownLoad broken, Continue now!",
+                                            "File path is: " + Updater(), "Sleep 600 Minutes"}));
 }
 
 TEST_F(AgentEndToEnd, NeverEndsTheDuplicateOnlyWithoutRunWithSystem) {
@@ -188,7 +189,7 @@ TEST_F(AgentEndToEnd, AnotherInstanceOrATakenPortEndsTheAgentWithZero) {
     EXPECT_EQ(place.RunInstalled(), 0);
     close(server);
     EXPECT_TRUE(place.LogHas("QLocalServer listen failed."));
-    EXPECT_FALSE(QFile::exists(place.dup + "ravel.app"));  // neither run deployed
+    EXPECT_FALSE(QFile::exists(place.dup + "ravel.app")); // neither run deployed
 }
 
 TEST_F(AgentEndToEnd, FailedSetUpsEndWith255AndSayWhy) {
@@ -198,12 +199,12 @@ TEST_F(AgentEndToEnd, FailedSetUpsEndWith255AndSayWhy) {
     EXPECT_TRUE(LoggedInOrder(place.LogMessages(), {"ExeFile<" + Updater() + "> not exist",
                                                     "Original InitFilePath Failed"}));
 
-    place.LayOutInstalled();  // the updater is back; the duplicate folder has no UserInfo.dat
+    place.LayOutInstalled(); // the updater is back; the duplicate folder has no UserInfo.dat
     place.PlaceDuplicateExe();
     EXPECT_EQ(place.Reap(place.StartDuplicate()), 255);
-    EXPECT_TRUE(LoggedInOrder(
-        place.LogMessages(), {"ConfigFile<" + place.dup.toStdString() + "UserInfo.dat> not exist",
-                              "Duplicate InitFilePath Failed"}));
+    EXPECT_TRUE(LoggedInOrder(place.LogMessages(),
+                              {"ConfigFile<" + place.dup.toStdString() + "UserInfo.dat> not exist",
+                               "Duplicate InitFilePath Failed"}));
 
     // A file where the deployed bundle needs a folder makes the bundle copy fail.
     QDir(place.dup + "ravel.app/Contents").removeRecursively();

@@ -189,7 +189,9 @@ void AgentPlace::WriteUserInfo(const Settings& extra) {
                          extra));
 }
 
-void AgentPlace::PlaceDuplicateExe() { CopyExecutable(RAVEL_EXE_BUILT, dup + "ravel.app/Contents/MacOS/ravel"); }
+void AgentPlace::PlaceDuplicateExe() {
+    CopyExecutable(RAVEL_EXE_BUILT, dup + "ravel.app/Contents/MacOS/ravel");
+}
 
 pid_t AgentPlace::Start(const std::string& program, const std::vector<std::string>& argv) {
     std::vector<char*> args;
@@ -199,7 +201,8 @@ pid_t AgentPlace::Start(const std::string& program, const std::vector<std::strin
     args.push_back(nullptr);
     const pid_t pid = fork();
     if (pid == 0) {
-        const int out = open(errFile.toLocal8Bit().constData(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+        const int out =
+            open(errFile.toLocal8Bit().constData(), O_WRONLY | O_CREAT | O_APPEND, 0644);
         dup2(open("/dev/null", O_RDONLY), 0);
         dup2(out, 1);
         dup2(out, 2);
@@ -215,7 +218,9 @@ int AgentPlace::Reap(pid_t pid) {
     return WaitExit(pid);
 }
 
-int AgentPlace::RunInstalled() { return Reap(Start(installedExe, {installedExe})); }
+int AgentPlace::RunInstalled() {
+    return Reap(Start(installedExe, {installedExe}));
+}
 
 pid_t AgentPlace::StartDuplicate() {
     return Start(duplicateExe, {duplicateExe, inst.toStdString()});

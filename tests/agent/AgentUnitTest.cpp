@@ -46,7 +46,7 @@ TEST(JLibrary, MapsANameToTheLibraryFileAndLoadsOnResolve) {
 class AgentUnit : public ::testing::Test {
 protected:
     void SetUp() override {
-        g_EazyLog.m_bEnable = 0;  // no log file in process
+        g_EazyLog.m_bEnable = 0; // no log file in process
         // Libraries are copied from the installed folder into the duplicate folder on every start.
         g_qstrOrgPath = place.inst;
         WriteSettings(place.inst + "Tidewater.dat", {{"DupInfo", {{"DuplicatePath", place.data}}}});
@@ -110,7 +110,7 @@ TEST_F(AgentUnit, DataIsCopiedAgainOnlyForAnotherItemValue) {
     const QString dst = place.root + "dst.xml";
     const auto copies = [&] { return IsCopyFile(src.toStdString(), dst.toStdString()); };
     WriteAll(src, "<?xml version=\"1.0\"?>\r\n<item value=\"2.1\"/>\r\n");
-    EXPECT_FALSE(copies());  // no target yet
+    EXPECT_FALSE(copies()); // no target yet
     WriteAll(dst, "<item value=\"2.1\"><x/></item>");
     EXPECT_FALSE(copies());
     WriteAll(dst, "<item value=\"2.0\"/>");
