@@ -40,7 +40,8 @@ int ExecuteFile(const QString& path, const QString& args, bool wait);
 bool IsFileExist(const QString& path);
 unsigned int ThreadSleep(unsigned int ms);
 
-// The strategy plug-in: the library, its factory and the one object, alive for the whole run.
+// The strategy plug-in.
+// The library, its factory and the one object stay alive for the whole run.
 class JLibrary;
 class IPolicyPlugin;
 extern JLibrary* hModule;
