@@ -67,7 +67,9 @@ public:
     }
     bool SetData(const char* text, int cdata = 0) { return x_SetData(mainPos, text, cdata); }
     bool SetChildData(const char* text, int cdata = 0) { return x_SetData(childPos, text, cdata); }
-    bool SetAttrib(const char* name, const char* value) { return x_SetAttrib(mainPos, name, value); }
+    bool SetAttrib(const char* name, const char* value) {
+        return x_SetAttrib(mainPos, name, value);
+    }
     bool SetAttrib(const char* name, int value);
     bool SetChildAttrib(const char* name, const char* value) {
         return x_SetAttrib(childPos, name, value);
@@ -133,12 +135,24 @@ protected:
     int nodeType = 0;
     std::map<std::string, SavedPos> savedPositions;
 
+    // One element whose start tag is read and whose children are still being parsed.
+    struct ParseFrame {
+        int slot = 0;
+        int nameLeft = 0;
+        int nameLength = 0;
+        int lastChild = 0;
+    };
+
     // Parsing (the token and node scanners are shared by every reader of tags).
     int x_ParseElem(int parent);
+    int x_ParseStartTag(int parent, ParseFrame& open);
+    int x_ParseEndTag(const ParseFrame& frame);
+    void x_AppendChild(ParseFrame& frame, int child);
     int x_ParseNode(TokenPos& token) const;
     static bool x_FindChar(const char* text, int& pos, char c);
     static bool x_FindAny(const char* text, int& pos);
     static bool x_FindToken(TokenPos& token);
+    static bool x_NameMatch(const char* token, int length, const char* name, int nameLength);
     std::string x_GetToken(const TokenPos& token) const;
     int x_GetFreePos();
     int x_ReleasePos();
@@ -147,6 +161,10 @@ protected:
     // Navigation and reading
     int x_FindElem(int parent, int after, const char* name) const;
     bool x_FindAttrib(TokenPos& token, const char* name) const;
+    bool x_IsLinked(int slot) const;
+    int x_PrevSibling(int slot) const;
+    int x_LastChild(int parent) const;
+    int x_SkipSpaceBeforeTag(int offset) const;
     std::string x_GetTagName(int slot) const;
     std::string x_GetData(int slot) const;
     std::string x_GetAttrib(int slot, const char* name) const;
@@ -154,12 +172,16 @@ protected:
     std::string x_TextFromDoc(int left, int right) const;
 
     // Editing
-    int x_LocateNew(int parent, int& relative, int& offset, bool insert) const;
+    int x_LocateNew(int parent, int relative, bool insert, int& after) const;
+    void x_LinkElem(int parent, int after, int slot);
+    void x_OpenEmptyParent(int parent, int startTagRight, int contentLength, int nameLength);
+    void x_MoveToNew(int parent, int slot, bool child);
     bool x_AddElem(const char* name, const char* data, bool insert, bool child);
     bool x_AddSubDoc(const char* text, bool insert, bool child);
     bool x_SetData(int slot, const char* text, int cdata);
     bool x_SetAttrib(int slot, const char* name, const char* value);
     int x_RemoveElem(int slot);
     void x_Adjust(int slot, int shift, bool afterSlot = false);
+    void x_ShiftTree(int top, int shift);
     void x_DocChange(int offset, int length, const std::string& text);
 };
