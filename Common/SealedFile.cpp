@@ -1,1 +1,247 @@
-// to be written
+// The file layer under every settings file: whole-file reads whatever the encoding mark, saves
+// with the UTF-8 mark, optional sealing with triple DES, and the digests used to compare files.
+#include "CommonFunctions.h"
+
+#include "MarkupSTL.h"
+#include "StrConv.h"
+#include "des.h"
+#include "md5.h"
+
+#include <QReadLocker>
+#include <QSaveFile>
+#include <QWriteLocker>
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <sys/stat.h>
+#include <vector>
+
+const char UTF8_FILE_HEADER[] = "\xEF\xBB\xBF";
+const char UTF8_XML_HEADER[] = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\r\n";
+const char SEAL_PASS_PHRASE[] = "Ferrox_Quillmond_51947";
+
+QReadWriteLock CCommonFunctions::m_ReadWriteLock;
+
+namespace {
+
+const size_t kMarkLength = 3;
+const size_t kBlock = 8;
+const size_t kKeyLength = 24;
+const size_t kDigestChunk = 51200;
+const int kMaxRandomBytes = 128;
+
+struct FileCloser {
+    void operator()(FILE* file) const { std::fclose(file); }
+};
+using FilePtr = std::unique_ptr<FILE, FileCloser>;
+
+// A folder opens for reading too, and its "size" can be absurd: only plain files are read.
+bool IsPlainFile(FILE* file) {
+    struct stat info;
+    return fstat(fileno(file), &info) == 0 && S_ISREG(info.st_mode);
+}
+
+// Reads the whole file; an empty result means it could not be opened or holds nothing.
+// The buffer carries one extra zero byte so that the text can be read as a C string.
+std::vector<char> ReadWholeFile(const std::string& path, long& size) {
+    size = 0;
+    FilePtr file(std::fopen(path.c_str(), "rb"));
+    if (!file || !IsPlainFile(file.get()) || std::fseek(file.get(), 0, SEEK_END) != 0)
+        return {};
+    size = std::ftell(file.get());
+    if (size < 1)
+        return {};
+    std::rewind(file.get());
+    std::vector<char> buffer(static_cast<size_t>(size) + 1, '\0');
+    // A short read leaves zeros behind, which every decoder below stops at or ignores.
+    std::fread(buffer.data(), 1, static_cast<size_t>(size), file.get());
+    return buffer;
+}
+
+bool StartsWith(const std::vector<char>& buffer, const char* mark, size_t length) {
+    return buffer.size() > length && std::memcmp(buffer.data(), mark, length) == 0;
+}
+
+// Little-endian 16-bit units to code points; surrogate pairs are joined so that text beyond the
+// Basic Multilingual Plane survives.
+std::wstring WideFromUtf16Le(const unsigned char* bytes, size_t units) {
+    std::wstring wide;
+    wide.reserve(units);
+    for (size_t i = 0; i < units; ++i) {
+        char32_t unit = bytes[2 * i] | (bytes[2 * i + 1] << 8);
+        if (unit >= 0xD800 && unit < 0xDC00 && i + 1 < units) {
+            char32_t low = bytes[2 * i + 2] | (bytes[2 * i + 3] << 8);
+            if (low >= 0xDC00 && low < 0xE000) {
+                unit = 0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00);
+                ++i;
+            }
+        }
+        wide.push_back(static_cast<wchar_t>(unit));
+    }
+    return wide;
+}
+
+// Any encoding the product's tools write: UTF-16LE or UTF-8 with a mark, else local 8-bit text
+// from its first "<". False when nothing usable is there.
+bool DecodeText(const std::vector<char>& buffer, long size, std::string& out) {
+    if (StartsWith(buffer, "\xFF\xFE", 2)) {
+        const auto* bytes = reinterpret_cast<const unsigned char*>(buffer.data()) + 2;
+        out = UnicodeToUtf8(WideFromUtf16Le(bytes, static_cast<size_t>(size - 2) / 2));
+        return true;
+    }
+    if (StartsWith(buffer, UTF8_FILE_HEADER, kMarkLength)) {
+        out = std::string(buffer.data() + kMarkLength);
+        return true;
+    }
+    const char* end = buffer.data() + size;
+    const char* open = std::find(buffer.data(), end, '<');
+    if (open == end)
+        return false;
+    out = AnsiToUtf8(std::string(open, end));
+    return true;
+}
+
+std::string Resized(const std::string& bytes, size_t length) {
+    std::string copy = bytes;
+    copy.resize(length, '\0');
+    return copy;
+}
+
+int HexDigit(char c) {
+    if (c >= '0' && c <= '9')
+        return c - '0';
+    if (c >= 'a' && c <= 'f')
+        return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F')
+        return c - 'A' + 10;
+    return -1;
+}
+
+} // namespace
+
+int CCommonFunctions::ReadXMLFile(const std::wstring& path, std::string& out, bool unseal) {
+    if (path.empty())
+        return -1;
+    QReadLocker locker(&m_ReadWriteLock);
+    long size = 0;
+    const std::vector<char> buffer = ReadWholeFile(UnicodeToAnsi(path), size);
+    if (buffer.empty() || !DecodeText(buffer, size, out))
+        return -1;
+    if (unseal)
+        out = Decrypt(out, SEAL_PASS_PHRASE);
+    return 0;
+}
+
+// Written through a temporary file renamed over the target, so that a process killed during the
+// save leaves the old file or the new one, never a truncated one.
+int CCommonFunctions::SaveXmlFile(const std::wstring& path, CMarkupSTL& document, bool seal) {
+    QWriteLocker locker(&m_ReadWriteLock);
+    const QString target = QString::fromStdWString(path);
+    QSaveFile file(target);
+    file.setDirectWriteFallback(true);
+    if (path.empty() || !file.open(QIODevice::WriteOnly))
+        return -1;
+    std::string text = document.GetDoc();
+    if (text.compare(0, kMarkLength, UTF8_FILE_HEADER) != 0)
+        file.write(UTF8_FILE_HEADER, kMarkLength);
+    if (seal)
+        text = Encrypt(text, SEAL_PASS_PHRASE);
+    file.write(text.data(), static_cast<qint64>(text.size()));
+    if (!file.commit())
+        return -1;
+    setFilePermissions(target);
+    return 0;
+}
+
+std::string Encrypt(const std::string& plain, const std::string& passPhrase) {
+    const std::string iv = GetRandomBytes(kBlock);
+    return StrToHex(iv + des3(plain, passPhrase, iv, true));
+}
+
+// Text too short to hold an IV opens to nothing rather than ending the process.
+std::string Decrypt(const std::string& hexText, const std::string& passPhrase) {
+    const std::string raw = HexToStr(hexText);
+    if (raw.size() < kBlock)
+        return std::string();
+    const std::string plain = des3(raw.substr(kBlock), passPhrase, raw.substr(0, kBlock), false);
+    return TrimStr(plain, "", "");
+}
+
+std::string des3(const std::string& data, const std::string& key, const std::string& iv,
+                 bool encrypt) {
+    const std::string fullKey = Resized(key, kKeyLength);
+    const std::string fullIv = Resized(iv, kBlock);
+    const size_t length = (data.size() + kBlock - 1) / kBlock * kBlock;
+    const std::string input = Resized(data, length);
+    DES3_CBC_CTX context;
+    DES3_CBCInit(&context, reinterpret_cast<const unsigned char*>(fullKey.data()),
+                 reinterpret_cast<const unsigned char*>(fullIv.data()), encrypt ? 1 : 0);
+    std::string output;
+    output.reserve(length);
+    for (size_t offset = 0; offset < length; offset += kBlock) {
+        unsigned char block[kBlock];
+        DES3_CBCUpdate(&context, block,
+                       reinterpret_cast<const unsigned char*>(input.data()) + offset, kBlock);
+        output.append(reinterpret_cast<const char*>(block), kBlock);
+    }
+    return output;
+}
+
+// Only the IV depends on these bytes: it has to vary, not to be unpredictable.
+std::string GetRandomBytes(int count) {
+    count = std::max(0, std::min(count, kMaxRandomBytes));
+    std::string bytes;
+    for (int i = 0; i < count; ++i)
+        bytes.push_back(static_cast<char>(std::rand() & 0xFF));
+    return bytes;
+}
+
+std::string StrToHex(const std::string& bytes) {
+    static const char digits[] = "0123456789ABCDEF";
+    std::string hex;
+    hex.reserve(bytes.size() * 2);
+    for (unsigned char byte : bytes) {
+        hex.push_back(digits[byte >> 4]);
+        hex.push_back(digits[byte & 0x0F]);
+    }
+    return hex;
+}
+
+// Lenient on purpose: a character that is no hex digit keeps its place and leaves a zero half.
+std::string HexToStr(const std::string& text) {
+    std::string bytes((text.size() + 1) / 2, '\0');
+    for (size_t i = 0; i < text.size(); ++i) {
+        const int digit = HexDigit(text[i]);
+        if (digit < 0)
+            continue;
+        bytes[i / 2] = static_cast<char>(bytes[i / 2] | (i % 2 == 0 ? digit << 4 : digit));
+    }
+    return bytes;
+}
+
+std::string Md5Hash(const std::string& bytes) {
+    md5_context context;
+    md5_starts(&context);
+    md5_update(&context, reinterpret_cast<const unsigned char*>(bytes.data()),
+               static_cast<unsigned int>(bytes.size()));
+    unsigned char digest[16];
+    md5_finish(&context, digest);
+    return std::string(reinterpret_cast<const char*>(digest), sizeof digest);
+}
+
+std::string Md5File(const std::string& path) {
+    FilePtr file(std::fopen(path.c_str(), "rb"));
+    if (!file)
+        return std::string();
+    md5_context context;
+    md5_starts(&context);
+    std::vector<unsigned char> chunk(kDigestChunk);
+    size_t got = 0;
+    while ((got = std::fread(chunk.data(), 1, chunk.size(), file.get())) > 0)
+        md5_update(&context, chunk.data(), static_cast<unsigned int>(got));
+    unsigned char digest[16];
+    md5_finish(&context, digest);
+    return std::string(reinterpret_cast<const char*>(digest), sizeof digest);
+}
