@@ -167,6 +167,8 @@ else
 fi
 
 say "8. The log: $data/log/ravel.log"
+note "One block per process: the installed copy (deploy, hand over), then the duplicate (check,"
+note "launch, plug-in, and its end when the port was connected to)."
 sed 's/^/   /' "$data/log/ravel.log"
 
 left=$(pid_of "$dup_exe")$(pid_of "$inst/ravel.app/Contents/MacOS/ravel")
