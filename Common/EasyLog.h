@@ -16,10 +16,19 @@ public:
 #endif
         ;
 
+    // Back to the freshly built state (file closed, no banner written), so that one process
+    // can exercise several start-ups.
+    void ResetForTesting();
+
     int m_nIndent;
     int m_nLine;
     char m_szFile[256];
     int m_bEnable;
+
+private:
+    void ResetFields();
+    void WriteBanner(const char* banner);
+    void WritePiece(const QString& piece);
 };
 
 extern CEasyLog g_EazyLog;
