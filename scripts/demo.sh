@@ -76,15 +76,22 @@ cleanup() {
 trap cleanup EXIT
 
 # A settings file as the product writes them: UTF-8 mark, declaration, root, sections, keys.
+# Keys of one section are given one after the other.
 settings() {  # settings FILE SECTION KEY VALUE [SECTION KEY VALUE ...]
-    local file=$1
+    local file=$1 section=""
     shift
     {
         printf '\xEF\xBB\xBF<?xml version="1.0" encoding="utf-8"?>\r\n<root>\r\n'
         while [ $# -ge 3 ]; do
-            printf '<%s>\r\n<%s>%s</%s>\r\n</%s>\r\n' "$1" "$2" "$3" "$2" "$1"
+            if [ "$1" != "$section" ]; then
+                [ -z "$section" ] || printf '</%s>\r\n' "$section"
+                section=$1
+                printf '<%s>\r\n' "$section"
+            fi
+            printf '<%s>%s</%s>\r\n' "$2" "$3" "$2"
             shift 3
         done
+        [ -z "$section" ] || printf '</%s>\r\n' "$section"
         printf '</root>\r\n'
     } >"$file"
 }
