@@ -1,1 +1,75 @@
-// to be written
+// The strategy plug-in: libPolicyProbe.dylib beside the bundle, created once and asked to start.
+#include "EasyLog.h"
+#include "JLibrary.h"
+#include "PolicyPlugin.h"
+#include "ravel.h"
+
+#include <QByteArray>
+#include <QCoreApplication>
+#include <QtDebug>
+
+#include <new>
+
+JLibrary* hModule = nullptr;
+IPolicyPlugin* (*fnCreatePlugin)() = nullptr;
+IPolicyPlugin* g_pRegister = nullptr;
+
+namespace {
+
+void DropLibrary() {
+    if (hModule) {
+        hModule->unload();
+        delete hModule;
+        hModule = nullptr;
+    }
+}
+
+} // namespace
+
+void* GetRegisterInstance() {
+    if (!fnCreatePlugin) {
+        if (!hModule) {
+            // Three folders up from ravel.app/Contents/MacOS: the folder holding the bundle.
+            const QByteArray path =
+                (QCoreApplication::applicationDirPath() + "/../../../PolicyProbe").toLocal8Bit();
+            hModule = new (std::nothrow) JLibrary(path.toStdString());
+            qDebug("lib PolicyProbe path = %s", path.constData());
+            // The path is the whole line, format and all.
+#if defined(__GNUC__)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-security"
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+#endif
+            RAVEL_LOG(path.constData());
+#if defined(__GNUC__)
+#pragma GCC diagnostic pop
+#endif
+            if (!hModule) {
+                RAVEL_LOG("load PolicyProbe fail");
+                return nullptr;
+            }
+        }
+        fnCreatePlugin = reinterpret_cast<CreatePluginFn>(hModule->resolve("CreatePlugin"));
+        if (!fnCreatePlugin) {
+            RAVEL_LOG("load PolicyProbe fail 2");
+            DropLibrary();
+            return nullptr;
+        }
+    }
+    return fnCreatePlugin();
+}
+
+void InitAgent() {
+    RAVEL_LOG("Enter InitAgent() ...");
+    if (!g_pRegister) {
+        g_pRegister = static_cast<IPolicyPlugin*>(GetRegisterInstance());
+    }
+    if (!g_pRegister) {
+        RAVEL_LOG("load PolicyProbe fail 3");
+        return;
+    }
+    if (g_pRegister->Init() == 0) {
+        RAVEL_LOG("Init Agent Failed.");
+    }
+    RAVEL_LOG("Leave InitAgent() ...");
+}

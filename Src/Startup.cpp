@@ -1,1 +1,116 @@
-// to be written
+// The start-up sequence: one executable, two roles. Without an argument naming an existing
+// folder it is the installed copy, which refreshes the duplicate folder and hands over; with
+// one it is the duplicate, which stays resident and checks on a timer.
+#include "CheckingLoop.h"
+#include "Clock.h"
+#include "CommonFunctions.h"
+#include "EasyLog.h"
+#include "FileLayout.h"
+#include "JLibrary.h"
+#include "ravel.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QStringList>
+#include <QTime>
+#include <QVariant>
+#include <QtDebug>
+
+#include <cstdlib>
+
+namespace {
+
+// Text meeting QString is decoded with the locale's 8-bit encoding throughout, so the
+// installed folder given on the command line reads as the shell passed it.
+bool ReadRole(int argc, char* argv[]) {
+    if (argc == 1) {
+        return false;
+    }
+    g_qstrOrgPath = QString::fromLocal8Bit(argv[1]);
+    if (!g_qstrOrgPath.endsWith("\\") && !g_qstrOrgPath.endsWith("/")) {
+        g_qstrOrgPath += "/";
+    }
+    return true;
+}
+
+bool MakeDuplicateFolder(const QString& dup) {
+    if (QFile::exists(dup)) {
+        return true;
+    }
+    if (!QDir().mkpath(dup)) {
+        qDebug("Duplicate path is empty or it's not a path.");
+        return false;
+    }
+    setFilePermissions(dup);
+    return true;
+}
+
+int HandOver(const QString& dup) {
+    if (CopyFileToDup(g_qstrOrgPath, dup) == -1) {
+        RAVEL_LOG("Copy file to Dup failed.");
+        return -1;
+    }
+    const QString exe = dup + RAVEL_EXE_FILE_NAME + MAC_APP_PATH;
+    const QString argument = "\"" + g_qstrOrgPath + "\"";
+    qDebug("%s", argument.toUtf8().constData());
+    if (ExecuteFile(exe, argument, false) != 0) {
+        RAVEL_LOG("Execute Duplicate %s Failed", exe.toUtf8().constData());
+        return -1;
+    }
+    return 0;
+}
+
+int StayResident(CheckingLoop& loop) {
+    if (InitFilePath(g_qstrOrgPath, true) != 0) {
+        RAVEL_LOG("Duplicate InitFilePath Failed");
+        return -1;
+    }
+    CheckMissed();
+    setFilePermissions(g_qstrUserInfoIniPath);
+    const quint32 timerMinutes =
+        GetConfigure("UpdateSetting", "TimerMinutes", QVariant("1"), g_qstrTidewaterIniPath)
+            .toUInt();
+    loop.check();
+    // 32-bit product handed over as is; a huge TimerMinutes wraps, as it always has.
+    loop.startTimer(static_cast<int>(timerMinutes * 60000u));
+    InitAgent();
+    const int result = QCoreApplication::exec();
+    if (hModule) {
+        hModule->unload();
+        delete hModule;
+        hModule = nullptr;
+    }
+    return result;
+}
+
+} // namespace
+
+int RavelMain(int argc, char* argv[]) {
+    QCoreApplication app(argc, argv);
+    bool duplicate = ReadRole(argc, argv);
+    if (!IsFileExist(g_qstrOrgPath)) {
+        g_qstrOrgPath = GetExeDir();
+        duplicate = false;
+    }
+    g_qstrOrgDat = g_qstrOrgPath + "UpdateInfo.dat";
+    const QString dup = GetDuplicatePath(false);
+    g_qstrUserInfoIniPath = dup + USER_INFO_DAT;
+    if (!MakeDuplicateFolder(dup)) {
+        return -1;
+    }
+    g_EazyLog.Init("ravel.log");
+
+    const QString self = QCoreApplication::arguments().value(0);
+    CheckingLoop loop(self);
+    if (IsProcessRunning(self)) {
+        RAVEL_LOG("There is an Ravel process is running.");
+        return 0;
+    }
+    std::srand(static_cast<unsigned>(QTime(0, 0, 0, 0).secsTo(CurrentDateTime().time())));
+    if (InitFilePath(g_qstrOrgPath, false) != 0) {
+        RAVEL_LOG("Original InitFilePath Failed");
+        return -1;
+    }
+    return duplicate ? StayResident(loop) : HandOver(dup);
+}

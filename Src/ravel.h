@@ -41,6 +41,12 @@ bool IsFileExist(const QString& path);
 unsigned int ThreadSleep(unsigned int ms);
 
 // The strategy plug-in.
+// The library, its factory and the one object stay alive for the whole run.
+class JLibrary;
+class IPolicyPlugin;
+extern JLibrary* hModule;
+extern IPolicyPlugin* (*fnCreatePlugin)();
+extern IPolicyPlugin* g_pRegister;
 void* GetRegisterInstance();
 void InitAgent();
 

@@ -1,0 +1,60 @@
+// A stand-in for the updater. Like the real one it records its run in the user's UserInfo.dat
+// (found through "DupInfo"/"DuplicatePath" of the Tidewater.dat beside its bundle); instead of
+// updating anything it appends the arguments it was started with, joined by blanks, as one line
+// to "Tidewater.args" beside its bundle. That line is written last, so its presence means the
+// run is complete.
+#include "Clock.h"
+#include "CommonFunctions.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QStringList>
+#include <QVariant>
+
+#include <cstdio>
+
+namespace {
+
+// The folder holding Tidewater.app, with a trailing "/".
+QString InstalledFolder() {
+    return QDir::cleanPath(QCoreApplication::applicationDirPath() + "/../../..") + "/";
+}
+
+bool RecordRun(const QString& installed) {
+    QString data =
+        GetConfigure("DupInfo", "DuplicatePath", QVariant(""), installed + "Tidewater.dat")
+            .toString();
+    if (data.isEmpty()) {
+        std::fprintf(stderr, "Tidewater: no DupInfo/DuplicatePath in %s\n",
+                     qPrintable(installed + "Tidewater.dat"));
+        return false;
+    }
+    if (!data.endsWith("/") && !data.endsWith("\\")) {
+        data += "/";
+    }
+    const QString userInfo = data + "Brightwell/UserInfo.dat";
+    WriteConfigure("UpdateRecord", "LastLaunchTime",
+                   CurrentDateTime().toString("yyyy-MM-dd hh:mm:ss"), userInfo);
+    WriteConfigure("UpdateInfo", "LastStatus", "ready", userInfo);
+    return true;
+}
+
+bool RecordArguments(const QString& installed) {
+    QFile file(installed + "Tidewater.args");
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Append)) {
+        return false;
+    }
+    const QStringList arguments = QCoreApplication::arguments().mid(1);
+    file.write((arguments.join(' ') + "\n").toLocal8Bit());
+    return true;
+}
+
+} // namespace
+
+int main(int argc, char* argv[]) {
+    QCoreApplication app(argc, argv);
+    const QString installed = InstalledFolder();
+    const bool recorded = RecordRun(installed);
+    return RecordArguments(installed) && recorded ? 0 : 1;
+}
