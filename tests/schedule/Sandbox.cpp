@@ -12,11 +12,6 @@
 #include <gtest/gtest.h>
 #include <memory>
 
-// The process module is not part of this program; the path set-up needs only this of it.
-__attribute__((weak)) bool IsFileExist(const QString& path) {
-    return QFileInfo(path).exists();
-}
-
 namespace {
 // GetExeDir needs the application object.
 class AppEnvironment : public ::testing::Environment {
