@@ -1,0 +1,220 @@
+// Known answers from the standards, and OpenSSL as an oracle.
+#include "des.h"
+#include "md5.h"
+
+#include <gtest/gtest.h>
+#include <openssl/evp.h>
+
+#include <random>
+
+using Bytes = std::vector<unsigned char>;
+
+namespace {
+
+Bytes FromHex(const std::string& hex) {
+    Bytes out;
+    for (size_t i = 0; i + 1 < hex.size(); i += 2)
+        out.push_back((unsigned char)std::stoi(hex.substr(i, 2), nullptr, 16));
+    return out;
+}
+const auto Text = [](const std::string& t) { return Bytes(t.begin(), t.end()); };
+const auto Slice = [](const Bytes& b, size_t at, size_t n = SIZE_MAX) {
+    return Bytes(b.begin() + at, b.begin() + at + std::min(n, b.size() - at));
+};
+Bytes Join(Bytes a, const Bytes& b, const Bytes& c = {}) {
+    a.insert(a.end(), b.begin(), b.end());
+    a.insert(a.end(), c.begin(), c.end());
+    return a;
+}
+Bytes Random(std::mt19937& rng, size_t n) {
+    Bytes out(n);
+    std::generate(out.begin(), out.end(), [&] { return (unsigned char)rng(); });
+    return out;
+}
+
+// Feeds pieces of `piece` bytes, or of random sizes below `piece` when rng is given.
+Bytes Md5(const Bytes& m, size_t piece, std::mt19937* rng = nullptr) {
+    md5_context ctx;
+    md5_starts(&ctx);
+    for (size_t at = 0, n; at < m.size(); at += n) {
+        n = std::min(m.size() - at, rng ? (*rng)() % piece : piece);
+        md5_update(&ctx, m.data() + at, (unsigned int)n);
+    }
+    Bytes digest(16);
+    md5_finish(&ctx, digest.data());
+    return digest;
+}
+
+// One of the three CBC variants behind a common face; DES reads the first 8 key bytes only.
+template <typename Ctx, auto InitFn, auto UpdateFn, auto RestartFn> struct Cbc {
+    Ctx ctx;
+    Cbc(const Bytes& key, const Bytes& iv, int enc) { InitFn(&ctx, key.data(), iv.data(), enc); }
+    int Update(Bytes& o, const Bytes& i, size_t n) { return UpdateFn(&ctx, o.data(), i.data(), n); }
+    Bytes Run(const Bytes& in) {
+        Bytes out(in.size());
+        EXPECT_EQ(Update(out, in, in.size()), 0);
+        return out;
+    }
+    void Restart() { RestartFn(&ctx); }
+};
+using Des = Cbc<DES_CBC_CTX, DES_CBCInit, DES_CBCUpdate, DES_CBCRestart>;
+using Desx = Cbc<DESX_CBC_CTX, DESX_CBCInit, DESX_CBCUpdate, DESX_CBCRestart>;
+using Des3 = Cbc<DES3_CBC_CTX, DES3_CBCInit, DES3_CBCUpdate, DES3_CBCRestart>;
+
+Bytes OpenSslDes3(const Bytes& key, const Bytes& iv, const Bytes& in, int enc) {
+    EVP_CIPHER_CTX* ctx = EVP_CIPHER_CTX_new();
+    Bytes out(in.size() + 8);
+    int n = 0;
+    EXPECT_EQ(EVP_CipherInit_ex(ctx, EVP_des_ede3_cbc(), nullptr, key.data(), iv.data(), enc), 1);
+    EVP_CIPHER_CTX_set_padding(ctx, 0); // so all of the output comes from the update
+    EXPECT_EQ(EVP_CipherUpdate(ctx, out.data(), &n, in.data(), (int)in.size()), 1);
+    EVP_CIPHER_CTX_free(ctx);
+    out.resize(n);
+    return out;
+}
+
+const Bytes kIv = FromHex("1234567890abcdef"), kZeroIv(8, 0);
+const Bytes kKey = FromHex("0123456789abcdeffedcba987654321089abcdef01234567");
+const Bytes kPlain = Text("Now is the time for all "); // three blocks
+
+} // namespace
+
+TEST(Md5, Rfc1321SuitePiecesAndCount) {
+    std::mt19937 rng(55);
+    const char* suite[][2] = {
+        {"", "d41d8cd98f00b204e9800998ecf8427e"},
+        {"a", "0cc175b9c0f1b6a831c399e269772661"},
+        {"abc", "900150983cd24fb0d6963f7d28e17f72"},
+        {"message digest", "f96b697d7cb7938d525a2f31aaf161d0"},
+        {"abcdefghijklmnopqrstuvwxyz", "c3fcd3d76192e4007dfb496cca67e13b"},
+        {"ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789",
+         "d174ab98d277d9f5a5611c2c9f419d9f"},
+        {"12345678901234567890123456789012345678901234567890123456789012345678901234567890",
+         "57edf4a22be3c955ac49da2e2107b67a"},
+    };
+    for (auto& s : suite)
+        EXPECT_EQ(Md5(Text(s[0]), strlen(s[0])), FromHex(s[1])) << s[0];
+    // Lengths around the padding limits, in every piece size, give one digest.
+    for (size_t n : {55u, 56u, 57u, 63u, 64u, 65u, 119u, 120u, 128u, 1000u}) {
+        Bytes m = Random(rng, n);
+        for (size_t piece : {1u, 3u, 7u, 63u, 64u, 65u, 200u})
+            EXPECT_EQ(Md5(m, piece), Md5(m, n)) << n << " bytes in pieces of " << piece;
+    }
+    md5_context ctx;
+    md5_starts(&ctx);
+    md5_update(&ctx, nullptr, 0);
+    ctx.total[0] = 0xFFFFFFF0u; // as after 2^32 - 16 bytes: the count carries into the high word
+    md5_update(&ctx, kPlain.data(), 24);
+    EXPECT_EQ(ctx.total[0] + ((uint64_t)ctx.total[1] << 32), 0x100000008u);
+}
+
+// Single blocks from FIPS 81, the classic worked example and NIST SP 800-20; the FIPS 81 CBC
+// message, also as triple DES with three equal keys; NIST SP 800-67; DESX; the byte helpers.
+TEST(DesKnownAnswers, DesTripleDesDesxAndByteHelpers) {
+    const char* vectors[][3] = {
+        {"0123456789abcdef", "4e6f772069732074", "3fa40e8a984d4815"},
+        {"133457799bbcdff1", "0123456789abcdef", "85e813540f0ab405"},
+        {"0101010101010101", "8000000000000000", "95f8a5e5dd31d900"},
+        {"0101010101010101", "4000000000000000", "dd7f121ca5015619"},
+        {"8001010101010101", "0000000000000000", "95a8d72813daa94d"},
+        {"7ca110454a1a6e57", "01a1d6d039776742", "690f5b0d9a26939b"},
+    };
+    for (auto& v : vectors)
+        for (int e : {0, 1})
+            EXPECT_EQ(Des(FromHex(v[0]), kZeroIv, e).Run(FromHex(v[2 - e])), FromHex(v[1 + e]));
+    Bytes key = Slice(kKey, 0, 8),
+          cipher = FromHex("e5c7cdde872bf27c43e934008c389c0f683788499a7c05f6");
+    EXPECT_EQ(Des(key, kIv, 1).Run(kPlain), cipher);
+    EXPECT_EQ(Des(key, kIv, 0).Run(cipher), kPlain);
+    EXPECT_EQ(Des3(Join(key, key, key), kIv, 1).Run(kPlain), cipher);
+    EXPECT_EQ(Des3(Join(key, key, key), kIv, 0).Run(cipher), kPlain);
+    EXPECT_EQ(Des(FromHex("0022446688aaccee"), kIv, 1).Run(kPlain), cipher); // parity bits ignored
+
+    // NIST SP 800-67 (ECB), one block at a time: Restart brings back the zero IV.
+    key = FromHex("0123456789abcdef23456789abcdef01456789abcdef0123");
+    Bytes plain = Text("The qufck brown fox jump");
+    cipher = FromHex("a826fd8ce53b855fcce21c8112256fe668d5c05dd9b6b900");
+    Des3 enc(key, kZeroIv, 1), dec(key, kZeroIv, 0);
+    for (size_t at = 0; at < plain.size(); at += 8) {
+        EXPECT_EQ(enc.Run(Slice(plain, at, 8)), Slice(cipher, at, 8)) << at;
+        EXPECT_EQ(dec.Run(Slice(cipher, at, 8)), Slice(plain, at, 8)) << at;
+        enc.Restart(), dec.Restart();
+    }
+
+    // DESX is single DES with a whitener before and after: out = W2 ^ DES_K(in ^ iv ^ W1).
+    Bytes expected(kPlain.size());
+    uint32_t subkeys[32], w1[2], w2[2], chain[2], block[2];
+    deskey(subkeys, kKey.data(), 1);
+    scrunch(w1, kKey.data() + 8), scrunch(w2, kKey.data() + 16);
+    scrunch(chain, kIv.data());
+    for (size_t at = 0; at < kPlain.size(); at += 8) {
+        scrunch(block, kPlain.data() + at);
+        block[0] ^= chain[0] ^ w1[0], block[1] ^= chain[1] ^ w1[1];
+        desfunc(block, subkeys);
+        chain[0] = block[0] ^= w2[0], chain[1] = block[1] ^= w2[1];
+        unscrunch(&expected[at], block);
+    }
+    EXPECT_EQ(Desx(kKey, kIv, 1).Run(kPlain), expected);
+    EXPECT_EQ(Desx(kKey, kIv, 0).Run(expected), kPlain);
+
+    Bytes a = FromHex("0102ff"), b = FromHex("010201"), buffer(6);
+    EXPECT_EQ(R_memcmp(a.data(), b.data(), 2), 0);
+    EXPECT_EQ(R_memcmp(a.data(), b.data(), 3), 0xff - 0x01); // unsigned bytes
+    EXPECT_EQ(R_memcmp(b.data(), a.data(), 3), 0x01 - 0xff);
+    EXPECT_EQ(R_memcmp(a.data(), b.data() + 2, 0), 0);
+    R_memset(&buffer[1], 0x1AB, 3); // only the low byte counts
+    EXPECT_EQ(buffer, FromHex("00ababab0000"));
+    R_memcpy(buffer.data(), a.data(), 3);
+    EXPECT_EQ(buffer, FromHex("0102ffab0000"));
+}
+
+template <typename V> class CbcVariant : public ::testing::Test {};
+using Variants = ::testing::Types<Des, Desx, Des3>;
+TYPED_TEST_SUITE(CbcVariant, Variants);
+
+TYPED_TEST(CbcVariant, ChainingRestartLengthsAndInPlace) {
+    Bytes plain = Join(kPlain, kPlain), joined, buffer = plain, out(16, 0xAA);
+    TypeParam whole(kKey, kIv, 1), pieces(kKey, kIv, 1), dec(kKey, kIv, 0), enc(kKey, kIv, 1);
+    Bytes cipher = whole.Run(plain);
+    for (size_t at = 0; at < plain.size(); at += 8)
+        joined = Join(joined, pieces.Run(Slice(plain, at, 8)));
+    EXPECT_EQ(joined, cipher);
+    Bytes decrypted = dec.Run(Slice(cipher, 0, 16));
+    EXPECT_EQ(Join(decrypted, dec.Run(Slice(cipher, 16))), plain);
+    whole.Restart(); // back to the initial IV
+    EXPECT_EQ(whole.Run(plain), cipher);
+
+    // Partial blocks are rejected (RE_LEN) with the output and the context untouched; then in
+    // place.
+    auto before = enc.ctx;
+    for (size_t n : {12, 7, 1, 0})
+        EXPECT_EQ(enc.Update(out, kPlain, n), n ? 0x0406 : 0) << n;
+    EXPECT_EQ(out, Bytes(16, 0xAA));
+    EXPECT_EQ(R_memcmp((unsigned char*)&before, (unsigned char*)&enc.ctx, sizeof before), 0);
+    ASSERT_EQ(enc.Update(buffer, buffer, buffer.size()), 0);
+    EXPECT_EQ(buffer, cipher);
+    dec.Restart();
+    ASSERT_EQ(dec.Update(buffer, buffer, buffer.size()), 0);
+    EXPECT_EQ(buffer, plain);
+}
+
+TEST(Oracle, Md5AndDes3CbcBothWaysAgreeWithOpenSsl) {
+    std::mt19937 rng(1321);
+    for (int round = 0; round < 3000; ++round) {
+        SCOPED_TRACE(round);
+        Bytes m = Random(rng, rng() % 700), digest(16);
+        ASSERT_EQ(EVP_Digest(m.data(), m.size(), digest.data(), nullptr, EVP_md5(), nullptr), 1);
+        ASSERT_EQ(Md5(m, 130, &rng), digest) << m.size() << " bytes";
+
+        Bytes key = Random(rng, 24), iv = Random(rng, 8), data = Random(rng, 8 * (rng() % 40));
+        Bytes cipher = Des3(key, iv, 1).Run(data);
+        ASSERT_EQ(cipher, OpenSslDes3(key, iv, data, 1));
+        ASSERT_EQ(Des3(key, iv, 0).Run(cipher), data);
+        // Deciphering arbitrary data, not only our own output.
+        ASSERT_EQ(Des3(key, iv, 0).Run(data), OpenSslDes3(key, iv, data, 0));
+        // Single DES has no oracle in OpenSSL's default provider: one key thrice is single DES.
+        Bytes k1 = Slice(key, 0, 8), k111 = Join(k1, k1, k1);
+        ASSERT_EQ(Des(k1, iv, 1).Run(data), OpenSslDes3(k111, iv, data, 1));
+        ASSERT_EQ(Des(k1, iv, 0).Run(data), OpenSslDes3(k111, iv, data, 0));
+    }
+}
