@@ -82,9 +82,8 @@ inline int UsePort(bool listening) {
     return connected;
 }
 
-// An installed folder "inst/" and a data folder "data/" (duplicate folder "data/Brightwell/") in
-// a fresh temporary folder. Every process started here, or left by a detached start, is ended
-// by PID at the end.
+// Installed folder "inst/", data folder "data/", duplicate folder "data/Brightwell/" in a fresh
+// temporary folder. Every process started here, or by a detached start, is ended by PID at the end.
 class AgentPlace {
 public:
     // Detached starts (the duplicate, the updater) become our children instead of init's.
@@ -99,8 +98,7 @@ public:
         }
     }
 
-    // Bundle, libraries (the plug-in given by its built file, or none), updater, settings (with
-    // extra ones), component list and data folders.
+    // Bundle, libraries, plug-in (given by its built file) or none, updater, settings and data.
     void LayOutInstalled(const Settings& extra = {}, const char* plugin = POLICY_PROBE_BUILT) {
         CopyExecutable(RAVEL_EXE_BUILT, QString::fromStdString(installedExe));
         CopyExecutable(TIDEWATER_EXE_BUILT, QString::fromStdString(updater));
@@ -175,28 +173,26 @@ public:
         return Reap(pid);
     }
 
-    std::vector<std::string> LogMessages() const { // the "[message]-->" texts
+    // Every expected "[message]-->" text is in the log in this order (others may come between),
+    // and every line is well formed.
+    ::testing::AssertionResult Logged(const std::vector<std::string>& expected) const {
         static const std::regex line(
             R"(\[Src/ravel\(\d+\)\]\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\]\t*\[(.*)\]-->)");
+        const std::string log = ReadAll(data + "log/ravel.log");
         std::vector<std::string> messages;
-        std::istringstream log(ReadAll(data + "log/ravel.log"));
+        std::istringstream lines(log);
         std::smatch match;
-        for (std::string text; std::getline(log, text);) {
+        for (std::string text; std::getline(lines, text);) {
             if (std::regex_match(text, match, line))
                 messages.push_back(match[1]);
             else if (text.rfind("----------------------", 0) != 0)
-                messages.push_back("<malformed> " + text);
+                return ::testing::AssertionFailure() << "malformed: " << text;
         }
-        return messages;
-    }
-    // Every expected message is in the log in this order, others may come between.
-    ::testing::AssertionResult Logged(const std::vector<std::string>& expected) const {
-        const std::vector<std::string> messages = LogMessages();
         auto at = messages.begin();
         for (const std::string& message : expected) {
             if ((at = std::find(at, messages.end(), message)) == messages.end())
-                return ::testing::AssertionFailure() << "not found in order: " << message << " in\n"
-                                                     << ReadAll(data + "log/ravel.log");
+                return ::testing::AssertionFailure() << "not found in order: " << message << "\n"
+                                                     << log;
             ++at;
         }
         return ::testing::AssertionSuccess();
