@@ -4,8 +4,7 @@
 #include <QDateTime>
 #include <gmock/gmock.h>
 
-using ::testing::HasSubstr;
-using ::testing::Not;
+using namespace ::testing;
 
 namespace {
 
@@ -23,7 +22,6 @@ protected:
 
 TEST_F(AgentEndToEnd, FirstDeploymentHandsOverAndLaunchesTheDueUpdater) {
     place.LayOutInstalled();
-    place.WriteUserInfo();
     ASSERT_EQ(place.RunInstalled(), 0);
 
     for (const auto& [file, bytes] : std::map<QString, std::string>{
@@ -58,15 +56,13 @@ TEST_F(AgentEndToEnd, FirstDeploymentHandsOverAndLaunchesTheDueUpdater) {
          "Time is Ready, Try to Launch(" + updater + ")", "File path is: " + updater,
          "Sleep 600 Minutes", "Enter InitAgent() ...", pluginLine, "Leave InitAgent() ...",
          "QLocalServer listen failed.", "Accept a connection, ravel exit."}));
-    EXPECT_THAT(
-        ReadAll(place.data + "log/ravel.log"),
-        ::testing::EndsWith("[Accept a connection, ravel exit.]-->\n"
-                            "----------------------End Log-----------------------------------\n"));
+    EXPECT_THAT(ReadAll(place.data + "log/ravel.log"),
+                EndsWith("[Accept a connection, ravel exit.]-->\n"
+                         "----------------------End Log-----------------------------------\n"));
 }
 
 TEST_F(AgentEndToEnd, LaterRunsRefreshLibrariesButDataOnlyForANewItemValue) {
-    place.LayOutInstalled();
-    place.WriteUserInfo({{"UpdateRecord", {{"LastLaunchTime", now}}}}); // not due
+    place.LayOutInstalled({}, {{"UpdateRecord", {{"LastLaunchTime", now}}}}); // not due
     const auto handOver = [&] {
         QFile::remove(place.data + "log/ravel.log");
         ASSERT_EQ(place.RunInstalled(), 0);
@@ -92,8 +88,8 @@ TEST_F(AgentEndToEnd, LaterRunsRefreshLibrariesButDataOnlyForANewItemValue) {
 }
 
 TEST_F(AgentEndToEnd, NeverSchedulingAndAMissingOrFactorylessPlugin) {
-    place.LayOutInstalled({{"UpdateSetting", {{"RunWithSystem", "0"}}}}, nullptr);
-    place.WriteUserInfo({{"UpdateStrategy", {{"Strategy", "never"}}}});
+    place.LayOutInstalled({{"UpdateSetting", {{"RunWithSystem", "0"}}}},
+                          {{"UpdateStrategy", {{"Strategy", "never"}}}}, nullptr);
     EXPECT_EQ(place.Reap(place.StartDuplicate()), 0);
     EXPECT_TRUE(place.Logged({"Strategy was set to never, duplicate ravel will exit now!"}));
     EXPECT_FALSE(place.Logged({"Sleep 600 Minutes"}));
@@ -151,6 +147,7 @@ TEST_F(AgentEndToEnd, FailedSetUpsEndWith255AndSayWhy) {
         place.Logged({"ExeFile<" + updater + "> not exist", "Original InitFilePath Failed"}));
 
     place.LayOutInstalled(); // the updater is back; the duplicate folder has no UserInfo.dat
+    QFile::remove(place.dup + "UserInfo.dat");
     EXPECT_EQ(place.Reap(place.StartDuplicate()), 255);
     EXPECT_TRUE(place.Logged({"ConfigFile<" + place.dup.toStdString() + "UserInfo.dat> not exist",
                               "Duplicate InitFilePath Failed"}));

@@ -98,8 +98,10 @@ public:
         }
     }
 
-    // Bundle, libraries, plug-in (given by its built file) or none, updater, settings and data.
-    void LayOutInstalled(const Settings& extra = {}, const char* plugin = POLICY_PROBE_BUILT) {
+    // Bundle, libraries, plug-in (given by its built file) or none, updater, settings and data;
+    // UserInfo.dat in the duplicate folder: by default a one-day cycle that is long over.
+    void LayOutInstalled(const Settings& extra = {}, const Settings& user = {},
+                         const char* plugin = POLICY_PROBE_BUILT) {
         CopyExecutable(RAVEL_EXE_BUILT, QString::fromStdString(installedExe));
         CopyExecutable(TIDEWATER_EXE_BUILT, QString::fromStdString(updater));
         if (plugin)
@@ -119,15 +121,12 @@ public:
         WriteSettings(inst + "Tidewater.dat", {{"DupInfo", {{"DuplicatePath", data}}},
                                                {"UpdateSetting", {{"TimerMinutes", "600"}}}});
         WriteSettings(inst + "Tidewater.dat", extra);
-    }
-    // UserInfo.dat in the duplicate folder: by default a one-day cycle that is long over.
-    void WriteUserInfo(const Settings& extra = {}) {
         WriteSettings(dup + "UserInfo.dat",
                       {{"UpdateStrategy", {{"Strategy", "cycle"}, {"UpdateCycle", "1"}}},
                        {"UpdateRecord", {{"LastLaunchTime", "2000-01-01 00:00:00"}}},
                        {"UpdateInfo", {{"LastStatus", "ready"}}},
                        {"DelayInfo", {{"DelayTimes", "1"}}}});
-        WriteSettings(dup + "UserInfo.dat", extra);
+        WriteSettings(dup + "UserInfo.dat", user);
     }
 
     // Standard output and error are appended to errFile.

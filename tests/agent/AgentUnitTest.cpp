@@ -4,7 +4,6 @@
 #include "EasyLog.h"
 #include "FileLayout.h"
 #include "JLibrary.h"
-#include "PolicyPlugin.h"
 #include "ravel.h"
 
 namespace {
