@@ -1,60 +1,208 @@
 // Runs the built agent as real processes on a temporary installed folder and data folder.
 #pragma once
 
-#include <QString>
+#include "CommonFunctions.h"
+
+#include <QDir>
+#include <QFile>
 #include <QTemporaryDir>
 
-#include <functional>
+#include <arpa/inet.h>
+#include <csignal>
+#include <fcntl.h>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <map>
-#include <string>
-#include <sys/types.h>
-#include <vector>
+#include <regex>
+#include <sstream>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 using Settings = std::map<QString, std::map<QString, QString>>; // section -> key -> value
 
-bool WaitUntil(const std::function<bool()>& condition); // generous deadline
-int WaitExit(pid_t pid);                                // exit status, or 128 + signal
-bool ProcessGone(pid_t pid);                            // gone or a zombie
-std::vector<std::string> CommandLineOf(pid_t pid);      // empty once gone
-pid_t FindProcess(const std::string& argv0);            // 0 when none
-bool PokePort(); // connects to 127.0.0.1:31334 and closes at once; false when refused
-// Every expected message is in the log in this order, others may come between.
-::testing::AssertionResult LoggedInOrder(const std::vector<std::string>& messages,
-                                         const std::vector<std::string>& expected);
-std::string ReadAll(const QString& path);
-void WriteAll(const QString& path, const std::string& bytes);
-void WriteSettings(const QString& path, const Settings& settings);
+template <class Condition> bool WaitUntil(Condition condition) { // generous deadline
+    for (int i = 0; i < 2400 && !condition(); ++i)
+        usleep(50000);
+    return condition();
+}
 
-// An installed folder "inst/" and a data folder "data/" (duplicate folder "data/Brightwell/") in
-// a fresh temporary folder. Every process started here, or left by a detached start, is ended
-// by PID at the end.
+inline std::string ReadAll(const QString& path) {
+    std::ifstream file(path.toStdString(), std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+inline void WriteAll(const QString& path, const std::string& bytes) {
+    QDir().mkpath(QFileInfo(path).path());
+    std::ofstream(path.toStdString(), std::ios::binary) << bytes;
+}
+
+inline void WriteSettings(const QString& path, const Settings& settings) {
+    QDir().mkpath(QFileInfo(path).path());
+    for (const auto& [section, keys] : settings)
+        for (const auto& [key, value] : keys)
+            WriteConfigure(section, key, value, path);
+}
+
+inline void CopyExecutable(const QString& from, const QString& to) {
+    QDir().mkpath(QFileInfo(to).path());
+    QFile::remove(to);
+    QFile::copy(from, to); // with its permissions
+}
+
+inline std::vector<std::string> CommandLineOf(pid_t pid) { // empty once gone or a zombie
+    std::vector<std::string> args;
+    std::istringstream cmdline(ReadAll("/proc/" + QString::number(pid) + "/cmdline"));
+    for (std::string arg; std::getline(cmdline, arg, '\0');)
+        args.push_back(arg);
+    return args;
+}
+
+inline pid_t FindProcess(const std::string& argv0) { // 0 when none
+    for (const QString& entry : QDir("/proc").entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        const std::vector<std::string> args = CommandLineOf(entry.toInt());
+        if (entry.toInt() > 0 && !args.empty() && args[0] == argv0)
+            return entry.toInt();
+    }
+    return 0;
+}
+
+// 127.0.0.1:31334 listened on (the socket, or -1), or connected to and closed at once (1 when
+// accepted, 0 when refused).
+inline int UsePort(bool listening) {
+    const int fd = socket(AF_INET, SOCK_STREAM, 0), on = 1;
+    setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    sockaddr_in address{AF_INET, htons(31334), {htonl(INADDR_LOOPBACK)}, {}};
+    const auto* at = reinterpret_cast<sockaddr*>(&address);
+    if (listening)
+        return bind(fd, at, sizeof address) == 0 && listen(fd, 1) == 0 ? fd : -1;
+    const bool connected = connect(fd, at, sizeof address) == 0;
+    close(fd);
+    return connected;
+}
+
+// Installed folder "inst/", data folder "data/", duplicate folder "data/Brightwell/" in a fresh
+// temporary folder. Every process started here, or by a detached start, is ended by PID at the end.
 class AgentPlace {
 public:
-    AgentPlace();
-    ~AgentPlace();
+    // Detached starts (the duplicate, the updater) become our children instead of init's.
+    AgentPlace() { prctl(PR_SET_CHILD_SUBREAPER, 1); }
+    ~AgentPlace() {
+        for (const std::string& exe : {installedExe, duplicateExe})
+            while (const pid_t pid = FindProcess(exe))
+                kill(pid, SIGKILL), WaitUntil([pid] { return CommandLineOf(pid).empty(); });
+        for (const pid_t pid : started)
+            kill(pid, SIGKILL), waitpid(pid, nullptr, 0);
+        while (waitpid(-1, nullptr, WNOHANG) > 0) {
+        }
+    }
 
-    // Bundle, libraries (the plug-in given by its built file, or none), updater, settings (with
-    // extra ones), component list and data folders.
-    void LayOutInstalled(const Settings& extra = {}, const char* plugin = POLICY_PROBE_BUILT);
+    // Bundle, libraries, plug-in (given by its built file) or none, updater, settings and data;
     // UserInfo.dat in the duplicate folder: by default a one-day cycle that is long over.
-    void WriteUserInfo(const Settings& extra = {});
-    void PlaceDuplicateExe(); // the agent in the duplicate folder, as a deployment leaves it
+    void LayOutInstalled(const Settings& extra = {}, const Settings& user = {},
+                         const char* plugin = POLICY_PROBE_BUILT) {
+        CopyExecutable(RAVEL_EXE_BUILT, QString::fromStdString(installedExe));
+        CopyExecutable(TIDEWATER_EXE_BUILT, QString::fromStdString(updater));
+        if (plugin)
+            CopyExecutable(plugin, inst + "libPolicyProbe.dylib");
+        for (const auto& [file, bytes] : std::map<QString, std::string>{
+                 {"libalpha.dylib", "alpha 1"},
+                 {"LibX.dylib", "upper case"},
+                 {"libx.so", "not a dylib"},
+                 {"Brightwell Data/Config.xml", "<?xml version=\"1.0\"?>\r\n<item value=\"1\"/>"},
+                 {"Brightwell Data/rules.txt", "rules 1"},
+                 {"UpdateInfo/info.txt", "info 1"},
+                 {"UpdateInfo.dat",
+                  "\xEF\xBB\xBF<?xml version=\"1.0\" encoding=\"utf-8\"?>\r\n<root>\r\n<components>"
+                  "\r\n<component><main>1</main><displayname>Demo Product</displayname>"
+                  "</component>\r\n</components>\r\n</root>\r\n"}})
+            WriteAll(inst + file, bytes);
+        WriteSettings(inst + "Tidewater.dat", {{"DupInfo", {{"DuplicatePath", data}}},
+                                               {"UpdateSetting", {{"TimerMinutes", "600"}}}});
+        WriteSettings(inst + "Tidewater.dat", extra);
+        WriteSettings(dup + "UserInfo.dat",
+                      {{"UpdateStrategy", {{"Strategy", "cycle"}, {"UpdateCycle", "1"}}},
+                       {"UpdateRecord", {{"LastLaunchTime", "2000-01-01 00:00:00"}}},
+                       {"UpdateInfo", {{"LastStatus", "ready"}}},
+                       {"DelayInfo", {{"DelayTimes", "1"}}}});
+        WriteSettings(dup + "UserInfo.dat", user);
+    }
 
-    pid_t Start(const std::string& program, const std::vector<std::string>& argv);
-    int Reap(pid_t pid);
-    int RunInstalled();       // the installed copy, run to its end
-    pid_t StartDuplicate();   // the duplicate as our child, installed folder as argument
-    pid_t WaitForDuplicate(); // the one a hand-over started
-    void EndThroughPort(pid_t pid);
+    // Standard output and error are appended to errFile.
+    pid_t Start(const std::string& program, std::vector<std::string> argv) {
+        std::vector<char*> args;
+        for (std::string& arg : argv)
+            args.push_back(arg.data());
+        args.push_back(nullptr);
+        const pid_t pid = fork();
+        if (pid == 0) {
+            dup2(open("/dev/null", O_RDONLY), 0);
+            dup2(open(errFile.toLocal8Bit().constData(), O_WRONLY | O_CREAT | O_APPEND, 0644), 1);
+            dup2(1, 2);
+            execv(program.c_str(), args.data());
+            _exit(127);
+        }
+        started.push_back(pid);
+        return pid;
+    }
+    int Reap(pid_t pid) { // exit status, -1 after a signal
+        started.erase(std::remove(started.begin(), started.end(), pid), started.end());
+        int status = -1;
+        waitpid(pid, &status, 0);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+    int RunInstalled() { return Reap(Start(installedExe, {installedExe})); }
+    // The agent placed in the duplicate folder as a deployment leaves it, run as our child.
+    pid_t StartDuplicate() {
+        CopyExecutable(RAVEL_EXE_BUILT, QString::fromStdString(duplicateExe));
+        return Start(duplicateExe, {duplicateExe, inst.toStdString()});
+    }
+    pid_t WaitForDuplicate() { // the one a hand-over started
+        pid_t pid = 0;
+        WaitUntil([&] { return (pid = FindProcess(duplicateExe)) != 0; });
+        return pid;
+    }
+    bool Settled() const { // a resident duplicate has reached its event loop
+        return Logged({"Leave InitAgent() ..."}) || Logged({"load PolicyProbe fail 3"});
+    }
+    int EndResident(pid_t pid) { // through the port, once settled: the exit status
+        EXPECT_TRUE(WaitUntil([&] { return Settled(); }));
+        WaitUntil([] { return UsePort(false) == 1; });
+        return Reap(pid);
+    }
 
-    std::vector<std::string> LogMessages() const; // the "[message]-->" texts
-    bool LogHas(const std::string& message) const;
-    std::string Errors() const { return ReadAll(errFile); }
+    // Every expected "[message]-->" text is in the log in this order (others may come between),
+    // and every line is well formed.
+    ::testing::AssertionResult Logged(const std::vector<std::string>& expected) const {
+        static const std::regex line(
+            R"(\[Src/ravel\(\d+\)\]\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\]\t*\[(.*)\]-->)");
+        const std::string log = ReadAll(data + "log/ravel.log");
+        std::vector<std::string> messages;
+        std::istringstream lines(log);
+        std::smatch match;
+        for (std::string text; std::getline(lines, text);) {
+            if (std::regex_match(text, match, line))
+                messages.push_back(match[1]);
+            else if (text.rfind("----------------------", 0) != 0)
+                return ::testing::AssertionFailure() << "malformed: " << text;
+        }
+        auto at = messages.begin();
+        for (const std::string& message : expected) {
+            if ((at = std::find(at, messages.end(), message)) == messages.end())
+                return ::testing::AssertionFailure() << "not found in order: " << message << "\n"
+                                                     << log;
+            ++at;
+        }
+        return ::testing::AssertionSuccess();
+    }
 
-    QTemporaryDir temp;
-    QString root, inst, data, dup, errFile; // folders end with "/"
-    std::string installedExe, duplicateExe;
+    QTemporaryDir temp{QDir::tempPath() + "/ravel-agent-XXXXXX"};
+    const QString root = temp.path() + "/", inst = root + "inst/", data = root + "data/",
+                  dup = data + "Brightwell/", errFile = root + "stderr.txt";
+    const std::string installedExe = (inst + "ravel.app/Contents/MacOS/ravel").toStdString(),
+                      duplicateExe = (dup + "ravel.app/Contents/MacOS/ravel").toStdString(),
+                      updater = (inst + "Tidewater.app/Contents/MacOS/Tidewater").toStdString();
 
 private:
     std::vector<pid_t> started;

@@ -1,124 +1,93 @@
 // The agent's building blocks in process: plug-in wrapper, process table, program start, rule file.
 #include "AgentHarness.h"
 
-#include "CommonFunctions.h"
 #include "EasyLog.h"
 #include "FileLayout.h"
 #include "JLibrary.h"
-#include "PolicyPlugin.h"
 #include "ravel.h"
-
-#include <QDir>
-#include <QFile>
-
-#include <csignal>
-#include <gtest/gtest.h>
 
 namespace {
 
+std::string FolderOf(const std::string& file) {
+    return file.substr(0, file.rfind('/') + 1);
+}
+
 TEST(JLibrary, MapsANameToTheLibraryFileAndLoadsOnResolve) {
-    EXPECT_EQ(JLibrary("dir/sub/PolicyProbe").path(), "dir/sub/libPolicyProbe.dylib");
-    EXPECT_EQ(JLibrary("PolicyProbe").path(), "libPolicyProbe.dylib");
-    EXPECT_EQ(JLibrary("/abs/PolicyProbe").path(), "/abs/libPolicyProbe.dylib");
+    for (const std::string folder : {"dir/sub/", "", "/abs/"})
+        EXPECT_EQ(JLibrary(folder + "PolicyProbe").path(), folder + "libPolicyProbe.dylib");
 
     JLibrary never("nowhere/PolicyProbe");
     EXPECT_TRUE(never.unload());
-    EXPECT_FALSE(never.isLoaded());
-    EXPECT_FALSE(never.load());
-    EXPECT_EQ(never.resolve("CreatePlugin"), nullptr);
+    EXPECT_FALSE(never.isLoaded() || never.load() || never.resolve("CreatePlugin"));
 
-    const std::string built = POLICY_PROBE_BUILT;
-    const std::string folder = built.substr(0, built.rfind('/') + 1);
-    JLibrary probe(folder + "PolicyProbe");
-    ASSERT_EQ(probe.path(), built);
+    JLibrary probe(FolderOf(POLICY_PROBE_BUILT) + "PolicyProbe");
+    ASSERT_EQ(probe.path(), POLICY_PROBE_BUILT);
     EXPECT_NE(probe.resolve("CreatePlugin"), nullptr);
     EXPECT_TRUE(probe.isLoaded());
     EXPECT_EQ(probe.resolve("NoSuchSymbol"), nullptr);
     EXPECT_TRUE(probe.unload());
     EXPECT_FALSE(probe.isLoaded());
 
-    const std::string bare = POLICY_PROBE_WITHOUT_FACTORY;
-    JLibrary withoutFactory(bare.substr(0, bare.rfind('/') + 1) + "PolicyProbe");
+    JLibrary withoutFactory(FolderOf(POLICY_PROBE_WITHOUT_FACTORY) + "PolicyProbe");
     EXPECT_TRUE(withoutFactory.load());
     EXPECT_EQ(withoutFactory.resolve("CreatePlugin"), nullptr);
 }
 
-class AgentUnit : public ::testing::Test {
-protected:
-    void SetUp() override {
-        g_EazyLog.m_bEnable = 0; // no log file in process
-        // Libraries are copied from the installed folder into the duplicate folder on every start.
-        g_qstrOrgPath = place.inst;
-        WriteSettings(place.inst + "Tidewater.dat", {{"DupInfo", {{"DuplicatePath", place.data}}}});
-        QDir().mkpath(place.dup);
-    }
-    void TearDown() override { g_qstrOrgPath.clear(); }
-
+TEST(AgentUnit, ProcessTableCountsOnlyOtherProcessesOfTheWholePath) {
+    g_EazyLog.m_bEnable = 0; // no log file in process
     AgentPlace place;
-};
-
-TEST_F(AgentUnit, ProcessTableCountsOnlyOtherProcessesOfTheWholePath) {
-    const std::string name = (place.root + "My Apps/ravel.app/Contents/MacOS/ravel").toStdString();
-    EXPECT_FALSE(IsProcessRunning(QString::fromStdString(name)));
-    EXPECT_FALSE(QFile::exists("/tmp/RAVEL_tmp"));
-
+    const QString name = place.root + "My Apps/ravel.app/Contents/MacOS/ravel";
     // Only a line holding the whole path counts; this test process is not one of them.
-    const auto startAs = [&](const std::string& argv0) {
-        const pid_t pid = place.Start("/bin/sleep", {argv0, "300"});
+    for (const auto& [argv0, running] :
+         {std::pair{name.chopped(1), false}, {name, false}, {name, true}}) {
+        EXPECT_FALSE(IsProcessRunning(name));
+        const pid_t pid = place.Start("/bin/sleep", {argv0.toStdString(), "300"});
         EXPECT_TRUE(WaitUntil([&] {
-            const std::vector<std::string> args = CommandLineOf(pid);
-            return !args.empty() && args[0] == argv0;
+            return CommandLineOf(pid) == std::vector{argv0.toStdString(), std::string("300")};
         }));
-        return pid;
-    };
-    const pid_t other = startAs(name.substr(0, name.size() - 1));
-    const pid_t first = startAs(name);
-    EXPECT_FALSE(IsProcessRunning(QString::fromStdString(name)));
-
-    const pid_t second = startAs(name);
-    EXPECT_TRUE(IsProcessRunning(QString::fromStdString(name)));
-    EXPECT_FALSE(QFile::exists("/tmp/RAVEL_tmp"));
-    for (const pid_t pid : {other, first, second}) {
-        kill(pid, SIGKILL);
-        place.Reap(pid);
+        EXPECT_EQ(IsProcessRunning(name), running) << argv0.toStdString();
+        EXPECT_FALSE(QFile::exists("/tmp/RAVEL_tmp"));
     }
 }
 
-TEST_F(AgentUnit, ExecuteFileKeepsAPathWithBlanksTogetherAndCopiesLibrariesFirst) {
+TEST(AgentUnit, ExecuteFileKeepsAPathWithBlanksTogetherAndCopiesLibrariesFirst) {
+    g_EazyLog.m_bEnable = 0;
+    AgentPlace place;
+    // Libraries are copied from the installed folder into the duplicate folder on every start.
+    g_qstrOrgPath = place.inst;
+    WriteSettings(place.inst + "Tidewater.dat", {{"DupInfo", {{"DuplicatePath", place.data}}}});
+    QDir().mkpath(place.dup);
     const QString apps = place.root + "My Apps/";
-    const QString updater = apps + "Tidewater.app/Contents/MacOS/Tidewater";
-    QDir().mkpath(QFileInfo(updater).path());
-    QFile::copy(TIDEWATER_EXE_BUILT, updater);
+    CopyExecutable(TIDEWATER_EXE_BUILT, apps + "Tidewater.app/Contents/MacOS/Tidewater");
     WriteSettings(apps + "Tidewater.dat", {{"DupInfo", {{"DuplicatePath", place.data}}}});
-    WriteAll(place.inst + "libbeta.dylib", "beta");
-
-    EXPECT_EQ(ExecuteFile(updater, "auto", true), 0);
-    EXPECT_EQ(ReadAll(apps + "Tidewater.args"), "auto\n");
-    EXPECT_EQ(ReadAll(place.dup + "libbeta.dylib"), "beta");
+    // An empty path starts nothing but still refreshes the libraries.
+    for (const auto& [library, updater] :
+         {std::pair{"beta", apps + "Tidewater.app/Contents/MacOS/Tidewater"}, {"gamma", ""}}) {
+        WriteAll(place.inst + "lib" + library + ".dylib", library);
+        EXPECT_EQ(ExecuteFile(updater, "auto", true), 0);
+        EXPECT_EQ(ReadAll(place.dup + "lib" + library + ".dylib"), library);
+        EXPECT_EQ(ReadAll(apps + "Tidewater.args"), "auto\n");
+    }
     EXPECT_EQ(GetConfigure("UpdateInfo", "LastStatus", "", place.dup + "UserInfo.dat").toString(),
               "ready");
-
-    // An empty path starts nothing but still refreshes the libraries.
-    WriteAll(place.inst + "libgamma.dylib", "gamma");
-    EXPECT_EQ(ExecuteFile("", "auto", true), 0);
-    EXPECT_EQ(ReadAll(place.dup + "libgamma.dylib"), "gamma");
-    EXPECT_EQ(ReadAll(apps + "Tidewater.args"), "auto\n");
+    g_qstrOrgPath.clear();
 }
 
-TEST_F(AgentUnit, DataIsCopiedAgainOnlyForAnotherItemValue) {
-    const QString src = place.root + "src.xml";
-    const QString dst = place.root + "dst.xml";
-    const auto copies = [&] { return IsCopyFile(src.toStdString(), dst.toStdString()); };
+TEST(AgentUnit, DataIsCopiedAgainOnlyForAnotherItemValue) {
+    AgentPlace place;
+    const QString src = place.root + "src.xml", dst = place.root + "dst.xml";
     WriteAll(src, "<?xml version=\"1.0\"?>\r\n<item value=\"2.1\"/>\r\n");
-    EXPECT_FALSE(copies()); // no target yet
-    WriteAll(dst, "<item value=\"2.1\"><x/></item>");
-    EXPECT_FALSE(copies());
-    WriteAll(dst, "<item value=\"2.0\"/>");
-    EXPECT_TRUE(copies());
-    WriteAll(dst, "<items value=\"2.0\"/>");
-    EXPECT_FALSE(copies());
-    WriteAll(dst, "not xml <");
-    EXPECT_FALSE(copies());
+    // No target yet, the same value, another value, another element, no XML.
+    for (const auto& [target, copies] : {std::pair<const char*, bool>{nullptr, false},
+                                         {"<item value=\"2.1\"><x/></item>", false},
+                                         {"<item value=\"2.0\"/>", true},
+                                         {"<items value=\"2.0\"/>", false},
+                                         {"not xml <", false}}) {
+        if (target)
+            WriteAll(dst, target);
+        EXPECT_EQ(IsCopyFile(src.toStdString(), dst.toStdString()), copies)
+            << (target ? target : "");
+    }
 }
 
 } // namespace
