@@ -1,0 +1,403 @@
+// The configuration store: settings files, sealed files, component data helpers, crash safety.
+#include "CommonFunctions.h"
+#include "MarkupSTL.h"
+
+#include <QCryptographicHash>
+#include <QDir>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <csignal>
+#include <gmock/gmock.h>
+#include <openssl/evp.h>
+#include <random>
+#include <sys/stat.h>
+#include <utime.h>
+
+// Readable failure messages for Qt values.
+inline void PrintTo(const QByteArray& bytes, std::ostream* out) {
+    *out << '"' << bytes.toPercentEncoding(" <>/=?!:;&'\"").constData() << '"';
+}
+inline void PrintTo(const QString& text, std::ostream* out) {
+    *out << text.toStdString();
+}
+
+namespace {
+
+const QByteArray kMark("\xEF\xBB\xBF");
+const std::string kPass(SEAL_PASS_PHRASE);
+const std::string kStamp = "[0-9][0-9]:[0-9][0-9]:[0-9][0-9]: \\.\\./Common/CommonFunctions: ";
+
+QByteArray ReadBytes(const QString& path) {
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+void WriteBytes(const QString& path, const QByteArray& bytes) {
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size());
+}
+struct stat Stat(const QString& path) {
+    struct stat info = {};
+    lstat(QFile::encodeName(path).constData(), &info);
+    return info;
+}
+unsigned Mode(const QString& path) {
+    return Stat(path).st_mode & 07777;
+}
+// The debug line a report leaves, or nothing.
+testing::Matcher<std::string> Logged(const std::string& text) {
+    return testing::MatchesRegex(text.empty() ? "" : kStamp + text + "\\.\n");
+}
+// The result of a call and what it printed on the debug channel.
+template <class Call> auto WithStderr(Call call) {
+    ::testing::internal::CaptureStderr();
+    auto result = call();
+    return std::make_pair(result, ::testing::internal::GetCapturedStderr());
+}
+
+// Every test works in a fresh folder of its own, removed afterwards.
+class Store : public ::testing::Test {
+protected:
+    QString Path(const QString& name) const { return dir.filePath(name); }
+    QString Get(const QString& section, const QString& key) {
+        return GetConfigure(section, key, "dflt", file).toString();
+    }
+    static QByteArray Layout(const char* body) {
+        return kMark + "<?xml version=\"1.0\" encoding=\"utf-8\"?>\r\n" + body;
+    }
+    // What libxml2 makes of the file at this XPath.
+    QString Xpath(const QString& expression) {
+        QProcess lint;
+        lint.start(XMLLINT, {"--xpath", expression, file});
+        EXPECT_TRUE(lint.waitForFinished(-1) && lint.exitCode() == 0) << expression.toStdString();
+        return QString::fromUtf8(lint.readAllStandardOutput()).trimmed();
+    }
+    int Read(std::string& out, bool unseal = false) {
+        return CCommonFunctions::ReadXMLFile(file.toStdWString(), out, unseal);
+    }
+    int Save(const char* text, bool seal = false) {
+        CMarkupSTL document(text);
+        return CCommonFunctions::SaveXmlFile(file.toStdWString(), document, seal);
+    }
+    QTemporaryDir dir;
+    QString file = Path("UserInfo.dat");
+};
+
+TEST_F(Store, SettingsBytesOfNewAndUpdatedFiles) {
+    WriteConfigure("UpdateStrategy", "Strategy", "cycle", file);
+    WriteConfigure("DelayInfo", "DelayTimes", 2u, file);
+    EXPECT_EQ(ReadBytes(file), Layout("<root>\r\n<UpdateStrategy>\r\n<Strategy>cycle</Strategy>\r\n"
+                                      "</UpdateStrategy>\r\n<DelayInfo>\r\n"
+                                      "<DelayTimes>2</DelayTimes>\r\n</DelayInfo>\r\n</root>\r\n"));
+    EXPECT_EQ(Mode(file), 0777u);
+    EXPECT_EQ(Get("DelayInfo", "DelayTimes"), "2");
+    WriteConfigure("UpdateStrategy", "Strategy", "a&b<c>", file);
+    WriteConfigure("UpdateStrategy", "UpdateCycle", 7, file);
+    EXPECT_EQ(ReadBytes(file), Layout("<root>\r\n<UpdateStrategy>\r\n"
+                                      "<Strategy>a&amp;b&lt;c&gt;</Strategy>\r\n"
+                                      "<UpdateCycle>7</UpdateCycle>\r\n</UpdateStrategy>\r\n"
+                                      "<DelayInfo>\r\n<DelayTimes>2</DelayTimes>\r\n"
+                                      "</DelayInfo>\r\n</root>\r\n"));
+    EXPECT_EQ(Get("UpdateStrategy", "Strategy"), "a&b<c>");
+    // Section "root" is written under the root but not found there.
+    WriteBytes(file, "");
+    WriteConfigure("root", "Direct", "1", file);
+    EXPECT_EQ(ReadBytes(file), Layout("<root>\r\n<Direct>1</Direct>\r\n</root>\r\n"));
+    EXPECT_EQ(Get("root", "Direct"), "dflt");
+}
+
+TEST_F(Store, SettingsAreTextAndDefaultsComeBackUnchanged) {
+    EXPECT_EQ(GetConfigure("S", "K", 42, file).typeId(), QMetaType::Int); // missing file
+    WriteConfigure("S", "Flag", true, file);
+    WriteConfigure("S", "Big", qint64(-5000000000), file);
+    WriteConfigure("S", "Name", QString::fromUtf8("Grüße"), file);
+    WriteConfigure("S", "Empty", QString(), file);
+    EXPECT_EQ(GetConfigure("S", "Flag", 0, file), QVariant("true"));
+    EXPECT_EQ(Get("S", "Big") + Get("S", "Name"), QString::fromUtf8("-5000000000Grüße"));
+    EXPECT_TRUE(ReadBytes(file).contains("<Empty/>"));
+    EXPECT_EQ(Get("S", "Empty") + Get("S", "Missing"), "dfltdflt");
+    EXPECT_EQ(GetConfigure("Other", "Flag", 7, file), QVariant(7));
+    file = Path("no/such/folder/x.dat"); // the value is lost silently
+    WriteConfigure("S", "K", "v", file);
+    EXPECT_FALSE(QFile::exists(file));
+}
+
+TEST_F(Store, SettingsFirstSameNamedSectionCountsAndNoRootMeansReplaced) {
+    WriteBytes(file, kMark + "<root><S><K>1</K></S><S><K>2</K></S></root>");
+    EXPECT_EQ(Get("S", "K"), "1");
+    WriteConfigure("S", "K", "9", file);
+    EXPECT_EQ(ReadBytes(file), kMark + "<root><S><K>9</K></S><S><K>2</K></S></root>");
+    for (const char* old : {"plain words", "<config><S/></config>", "<root><unclosed></root>"}) {
+        WriteBytes(file, old);
+        WriteConfigure("S", "K", "v", file);
+        EXPECT_EQ(ReadBytes(file), Layout("<root>\r\n<S>\r\n<K>v</K>\r\n</S>\r\n</root>\r\n"));
+    }
+}
+
+TEST_F(Store, SettingsAgreeWithLibxml) {
+    const QString tricky = QString::fromUtf8("x < y & \"z\" > 'w' é");
+    WriteConfigure("UpdateStrategy", "Strategy", "cycle", file);
+    WriteConfigure("DelayInfo", "Note", tricky, file);
+    WriteConfigure("root", "Top", 5, file);
+    EXPECT_EQ(Xpath("string(/root/UpdateStrategy/Strategy)"), "cycle");
+    EXPECT_EQ(Xpath("string(/root/DelayInfo/Note)"), tricky);
+    EXPECT_EQ(Xpath("string(/root/Top)"), "5");
+    EXPECT_EQ(Xpath("count(/root/*)") + Xpath("count(/root/*/*)"), "32");
+    // A hand-indented file is updated in place.
+    const QByteArray text = "<?xml version=\"1.0\"?>\n<root>\n  <S>\n    <K>old</K>\n  </S>\n"
+                            "  <T>\n    <K>t</K>\n  </T>\n</root>\n";
+    WriteBytes(file, text);
+    EXPECT_EQ(Get("S", "K"), "old");
+    WriteConfigure("S", "K", "new", file);
+    EXPECT_EQ(ReadBytes(file), kMark + QByteArray(text).replace("old", "new"));
+    WriteConfigure("S", "Added", "a", file);
+    EXPECT_EQ(Xpath("string(/root/S/Added)") + Xpath("string(/root/S/K)"), "anew");
+    EXPECT_EQ(Get("T", "K"), "t");
+}
+
+TEST_F(Store, ReadsEveryEncodingTheToolsWriteAndNothingElse) {
+    const QString wide = QString::fromUtf8("<r>é😀</r>"); // beyond the Basic Multilingual Plane
+    const std::pair<QByteArray, std::string> cases[] = {
+        // an empty result: the read fails
+        {kMark + QByteArray("<r>\xC3\xA9</r>\0tail", 14), "<r>é</r>"},
+        {"junk\r\n<r/>", "<r/>"},
+        {"\xFF\xFE" + QByteArray(reinterpret_cast<const char*>(wide.utf16()), wide.size() * 2),
+         "<r>é😀</r>"},
+        {"", ""},
+        {"no markup at all", ""}};
+    for (const auto& [bytes, expected] : cases) {
+        WriteBytes(file, bytes);
+        std::string out = "kept";
+        EXPECT_EQ(Read(out), expected.empty() ? -1 : 0) << expected;
+        EXPECT_EQ(out, expected.empty() ? "kept" : expected);
+    }
+    std::string out = "kept";
+    for (const QString& path : {Path("missing"), QString(), dir.path()})
+        EXPECT_EQ(CCommonFunctions::ReadXMLFile(path.toStdWString(), out, false), -1);
+    EXPECT_EQ(out, "kept");
+}
+
+TEST_F(Store, SaveWritesTheMarkOnceSealsAndUnseals) {
+    ASSERT_EQ(Save("<r>\r\n<k>v</k>\r\n</r>\r\n"), 0);
+    EXPECT_EQ(ReadBytes(file), kMark + "<r>\r\n<k>v</k>\r\n</r>\r\n");
+    EXPECT_EQ(Mode(file), 0777u);
+    ASSERT_EQ(Save("\xEF\xBB\xBF<r/>"), 0);
+    EXPECT_EQ(ReadBytes(file), kMark + "<r/>");
+    const char* text = "<r>\r\n<k>sealed</k>\r\n</r>\r\n";
+    ASSERT_EQ(Save(text, true), 0);
+    EXPECT_TRUE(ReadBytes(file).startsWith(kMark));
+    EXPECT_EQ(ReadBytes(file).size(), 3 + 16 + 16 * 4);
+    std::string out;
+    ASSERT_EQ(Read(out, true), 0);
+    EXPECT_EQ(out, text);
+    // The mark test is made before sealing: such a document is stored without one and is lost.
+    ASSERT_EQ(Save("\xEF\xBB\xBF<r/>", true), 0);
+    EXPECT_FALSE(ReadBytes(file).startsWith(kMark));
+    EXPECT_EQ(Read(out, true), -1);
+    for (const QString& bad : {Path("missing/x.dat"), dir.path()}) {
+        file = bad;
+        EXPECT_EQ(Save("<r/>"), -1);
+    }
+    EXPECT_FALSE(QFile::exists(Path("missing")));
+}
+
+TEST_F(Store, SealedLengthsRoundTripsHexRandomBytesAndDigests) {
+    for (const std::string& plain : {std::string(), std::string("abc"), std::string("12345678"),
+                                     std::string("123456789"), std::string(100, 'x')}) {
+        const std::string sealed = Encrypt(plain, kPass);
+        EXPECT_EQ(sealed.size(), 16 + 16 * ((plain.size() + 7) / 8)) << plain;
+        EXPECT_EQ(sealed.find_first_not_of("0123456789ABCDEF"), std::string::npos);
+        EXPECT_EQ(Decrypt(sealed, kPass), plain);
+    }
+    // Trailing zero bytes are taken for padding; leading ones stay.
+    EXPECT_EQ(Decrypt(Encrypt(std::string("\0a\0\0", 4), kPass), kPass), std::string("\0a", 2));
+    EXPECT_EQ(Decrypt("0102", kPass), "");
+    EXPECT_EQ(StrToHex(std::string("\x00\xAB\xFF\x10", 4)), "00ABFF10");
+    EXPECT_EQ(HexToStr("4g1"), std::string("\x40\x10"));
+    EXPECT_EQ(HexToStr("00abFF"), std::string("\x00\xAB\xFF", 3));
+    for (auto [asked, got] : {std::pair(200, 128u), {-1, 0u}, {8, 8u}})
+        EXPECT_EQ(GetRandomBytes(asked).size(), got);
+    std::string big;
+    for (int i = 0; i < 120000; ++i)
+        big.push_back(char(i * 7));
+    WriteBytes(file, QByteArray::fromStdString(big));
+    for (const std::string& text :
+         {std::string(), std::string("abc"), std::string(1000, '\0'), big})
+        EXPECT_EQ(Md5Hash(text),
+                  QCryptographicHash::hash(QByteArray::fromStdString(text), QCryptographicHash::Md5)
+                      .toStdString());
+    EXPECT_EQ(Md5File(file.toStdString()), Md5Hash(big));
+    EXPECT_EQ(Md5File(Path("missing").toStdString()), "");
+}
+
+// Triple-DES-CBC by OpenSSL over zero-padded text, with the key padded to 24 bytes.
+TEST_F(Store, OpensTextSealedByOpenSsl) {
+    const std::string iv("\x01\x23\x45\x67\x89\xAB\xCD\xEF", 8);
+    const std::string plain = "<root>\r\n<Strategy>cycle</Strategy>\r\n</root>\r\n";
+    std::string key = kPass, padded = plain + std::string(3, '\0'), cipher(64, '\0');
+    key.resize(24, '\0');
+    const auto bytes = [](const std::string& s) { return (const unsigned char*)s.data(); };
+    int length = 0;
+    EVP_CIPHER_CTX* context = EVP_CIPHER_CTX_new();
+    EVP_EncryptInit_ex(context, EVP_des_ede3_cbc(), nullptr, bytes(key), bytes(iv));
+    EVP_CIPHER_CTX_set_padding(context, 0);
+    EVP_EncryptUpdate(context, (unsigned char*)&cipher[0], &length, bytes(padded), 48);
+    EVP_CIPHER_CTX_free(context);
+    cipher.resize(size_t(length));
+    ASSERT_EQ(cipher.size(), 48u);
+    EXPECT_EQ(des3(plain, kPass, iv, true), cipher);
+    EXPECT_EQ(Decrypt(StrToHex(iv + cipher), kPass), plain);
+    WriteBytes(file, kMark + QByteArray::fromStdString(StrToHex(iv + cipher)));
+    std::string out;
+    ASSERT_EQ(Read(out, true), 0);
+    EXPECT_EQ(out, plain);
+}
+
+TEST_F(Store, CopiesTreesWithHiddenFilesAndLinksSkippingIdenticalFiles) {
+    const QString src = Path("src/"), dst = Path("dst/");
+    ASSERT_TRUE(QDir().mkpath(src + "sub/deeper"));
+    WriteBytes(src + "a.txt", "alpha");
+    WriteBytes(src + ".hidden", "secret");
+    WriteBytes(src + "sub/b.bin", QByteArray("\0\1\2", 3));
+    ASSERT_TRUE(QFile::link(src + "a.txt", src + "ln") && QFile::link("b.bin", src + "sub/rel"));
+    ASSERT_TRUE(CCommonFunctions::MXPCopyDir(src, dst));
+    EXPECT_EQ(ReadBytes(dst + "a.txt") + ReadBytes(dst + ".hidden"), "alphasecret");
+    EXPECT_EQ(ReadBytes(dst + "sub/b.bin"), QByteArray("\0\1\2", 3));
+    EXPECT_TRUE(QFileInfo(dst + "sub/deeper").isDir());
+    EXPECT_EQ(QFileInfo(dst + "ln").symLinkTarget(), QFileInfo(dst + "a.txt").absoluteFilePath());
+    EXPECT_EQ(QFileInfo(dst + "sub/rel").symLinkTarget(), dst + "sub/b.bin");
+    for (const char* name : {"", "a.txt", "sub", "sub/b.bin"})
+        EXPECT_EQ(Mode(dst + name), 0777u) << name;
+    // An old time stamp shows whether the file was written again.
+    const struct utimbuf old = {1000000000, 1000000000};
+    ASSERT_EQ(utime(QFile::encodeName(dst + "a.txt").constData(), &old), 0);
+    const ino_t inode = Stat(dst + "a.txt").st_ino;
+    WriteBytes(src + "sub/b.bin", "changed");
+    ASSERT_TRUE(CCommonFunctions::MXPCopyDir(src, dst));
+    EXPECT_EQ(Stat(dst + "a.txt").st_ino, inode);
+    EXPECT_EQ(Stat(dst + "a.txt").st_mtime, 1000000000);
+    EXPECT_EQ(ReadBytes(dst + "sub/b.bin"), "changed");
+    EXPECT_FALSE(QFile::exists(dst + "sub/b.bin.old")); // deletable: no backup
+}
+
+// Running as root, no permission stops a delete; a folder standing where a file is expected
+// cannot be deleted as a file, yet can be moved aside, which is what the backup path needs.
+TEST_F(Store, UndeletableDestinationIsRolledBackWhenTheCopyFails) {
+    const QString target = Path("target");
+    ASSERT_TRUE(QDir().mkpath(target));
+    WriteBytes(target + "/inside", "keep me");
+    EXPECT_FALSE(CCommonFunctions::MXPSCopyFile(Path("no-such-source"), target));
+    EXPECT_EQ(ReadBytes(target + "/inside"), "keep me");
+    EXPECT_FALSE(QFileInfo::exists(target + ".old"));
+    WriteBytes(Path("source"), "new content");
+    EXPECT_TRUE(CCommonFunctions::MXPSCopyFile(Path("source"), target));
+    EXPECT_EQ(ReadBytes(target), "new content");
+    EXPECT_EQ(ReadBytes(target + ".old/inside"), "keep me"); // the backup stays after success
+    EXPECT_FALSE(CCommonFunctions::MXPSCopyFile("", Path("x")));
+    EXPECT_FALSE(CCommonFunctions::MXPSCopyFile(Path("x"), ""));
+    ASSERT_TRUE(QFile::link("/some/where", Path("link")));
+    EXPECT_TRUE(CCommonFunctions::MXPSCopyFile(Path("link"), Path("copy")));
+    EXPECT_EQ(QFileInfo(Path("copy")).symLinkTarget(), "/some/where");
+}
+
+TEST_F(Store, CreatePathMakesEveryLevelBeforeTheLastSlash) {
+    const QString oldCurrent = QDir::currentPath();
+    ASSERT_TRUE(QDir::setCurrent(dir.path()));
+    WriteBytes("file", "x");
+    const struct {
+        const wchar_t* path;
+        const char *made, *absent, *message; // nothing made on failure
+    } cases[] = {
+        {L"./a/b", "a", "a/b", ""},
+        {L"./c/d/", "c/d", "", ""},
+        {L".\\e\\f\\", "e/f", "", ""},
+        {L"c/d", "c/d", "", ""}, // exists already
+        {L"abc", "", "abc", "MXPSCreatePath: Path format is wrong"},
+        {L"x/y", "", "x", "MXPSCreatePath: Path format is wrong"}, // one slash is not enough
+        {L"", "", "", "MXPSCreatePath: Path is empty"},
+        {L"./file/sub/", "", "file/sub", "MXPSCreatePath: Make directory failed"},
+    };
+    for (const auto& item : cases) {
+        const auto [result, message] =
+            WithStderr([&] { return CCommonFunctions::MXPSCreatePath(item.path); });
+        EXPECT_EQ(result, *item.made ? 0 : -1) << item.message;
+        EXPECT_TRUE(!*item.made || QFileInfo(item.made).isDir()) << item.made;
+        EXPECT_TRUE(!*item.absent || !QFileInfo::exists(item.absent)) << item.absent;
+        EXPECT_THAT(message, Logged(item.message));
+    }
+    EXPECT_EQ(Mode("c/d"), 0777u);
+    QDir::setCurrent(oldCurrent);
+}
+
+TEST_F(Store, MainComponentDisplayName) {
+    const auto in = [](const char* c) {
+        return "<root><components><component>" + QByteArray(c) + "</component></components></root>";
+    };
+    const std::tuple<QByteArray, QString, const char*> cases[] = {
+        {in("<main>0</main><name>a</name></component><component><main>1</main>"
+            "<displayname>Main Ü</displayname><name>b</name></component>"
+            "<component><main>1</main><displayname>c</displayname>"),
+         QString::fromUtf8("Main Ü"), ""},
+        {in("<displayname/><name>n</name><main>1</main>"), "n", ""},
+        {in("<main>2</main><name>n</name>"), "", ""},
+        {"<root><other/></root>", "", ""},
+        {"not xml", "",
+         "GetMainComDisplayName: Get main component display name Failed: XML file's format  is "
+         "not correct"}};
+    for (const auto& [xml, name, log] : cases) {
+        WriteBytes(file, kMark + xml);
+        const auto [got, message] =
+            WithStderr([&] { return CCommonFunctions::GetMainComDisplayName(file); });
+        EXPECT_EQ(got, name);
+        EXPECT_THAT(message, Logged(log));
+    }
+}
+
+// Creating the shared folder opens every level of its path to everyone, /usr included:
+// the modes found are put back, and whatever the test made is removed.
+TEST(StoreSharedDataRoot, BlanksBecomeUnderscores) {
+    const char* levels[] = {"/usr", "/usr/local", "/usr/local/zq_kt_userdata"};
+    const bool madeRoot = !QFileInfo::exists(levels[2]);
+    const unsigned modes[] = {Mode(levels[0]), Mode(levels[1]), Mode(levels[2])};
+    const QString unique = QString("ravel test %1 My App ").arg(getpid());
+    const QString made = levels[2] + ("/" + QString(unique).replace(' ', '_') + "/");
+    ASSERT_FALSE(QFileInfo::exists(made));
+    EXPECT_EQ(CCommonFunctions::GetCompDataDirectory(unique), made);
+    EXPECT_TRUE(QFileInfo(made).isDir());
+    EXPECT_EQ(Mode(made), 0777u);
+    QDir(made).removeRecursively();
+    if (madeRoot)
+        QDir().rmdir(levels[2]);
+    for (int i = 0; i < 3 - madeRoot; ++i)
+        chmod(levels[i], modes[i]);
+}
+
+// A writer killed at any instant leaves the old file or the new one, never a torn one.
+TEST_F(Store, KilledWriterLeavesTheOldOrTheNewFile) {
+    // A long value makes every save big enough to be caught half-way.
+    WriteConfigure("Pad", "Data", QString(32768, 'p'), file);
+    WriteConfigure("State", "Value", "new", file);
+    const QByteArray newBytes = ReadBytes(file);
+    const QByteArray oldBytes = QByteArray(newBytes).replace("<Value>new<", "<Value>old<");
+    // Qt's own temporary files are named after the target plus six characters.
+    const QRegularExpression leftover("^UserInfo\\.dat(\\.[A-Za-z0-9]{6})?$");
+    std::mt19937 random(std::random_device{}());
+    std::uniform_int_distribution<useconds_t> delay(0, 2000);
+    for (int round = 0; round < 200; ++round) {
+        QProcess writer; // ends the writer by its PID if an assertion returns early
+        writer.start(STORE_WRITER, {file});
+        ASSERT_TRUE(writer.waitForReadyRead(-1)); // "ready": saved once
+        usleep(delay(random));
+        kill(writer.processId(), SIGKILL);
+        ASSERT_TRUE(writer.waitForFinished(-1));
+        ASSERT_EQ(writer.exitStatus(), QProcess::CrashExit) << "writer ended by itself";
+        const QByteArray bytes = ReadBytes(file);
+        ASSERT_TRUE(bytes == oldBytes || bytes == newBytes) << "round " << round;
+        ASSERT_TRUE(Get("State", "Value") == "old" || Get("State", "Value") == "new");
+        for (const QString& name :
+             QDir(dir.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot))
+            ASSERT_TRUE(leftover.match(name).hasMatch()) << name.toStdString();
+    }
+}
+
+} // namespace
