@@ -5,21 +5,17 @@
 #include <QCryptographicHash>
 #include <QDir>
 #include <QProcess>
+#include <QRandomGenerator>
 #include <QRegularExpression>
 #include <QTemporaryDir>
-#include <csignal>
 #include <gmock/gmock.h>
 #include <openssl/evp.h>
-#include <random>
 #include <sys/stat.h>
 #include <utime.h>
 
 // Readable failure messages for Qt values.
 inline void PrintTo(const QByteArray& bytes, std::ostream* out) {
     *out << '"' << bytes.toPercentEncoding(" <>/=?!:;&'\"").constData() << '"';
-}
-inline void PrintTo(const QString& text, std::ostream* out) {
-    *out << text.toStdString();
 }
 
 namespace {
@@ -41,9 +37,6 @@ struct stat Stat(const QString& path) {
     lstat(QFile::encodeName(path).constData(), &info);
     return info;
 }
-unsigned Mode(const QString& path) {
-    return Stat(path).st_mode & 07777;
-}
 // The debug line a report leaves, or nothing.
 testing::Matcher<std::string> Logged(const std::string& text) {
     return testing::MatchesRegex(text.empty() ? "" : kStamp + text + "\\.\n");
@@ -58,6 +51,7 @@ template <class Call> auto WithStderr(Call call) {
 // Every test works in a fresh folder of its own, removed afterwards.
 class Store : public ::testing::Test {
 protected:
+    static unsigned Mode(const QString& path) { return Stat(path).st_mode & 07777; }
     QString Path(const QString& name) const { return dir.filePath(name); }
     QString Get(const QString& section, const QString& key) {
         return GetConfigure(section, key, "dflt", file).toString();
@@ -106,7 +100,7 @@ TEST_F(Store, SettingsBytesOfNewAndUpdatedFiles) {
     EXPECT_EQ(Get("root", "Direct"), "dflt");
 }
 
-TEST_F(Store, SettingsAreTextAndDefaultsComeBackUnchanged) {
+TEST_F(Store, SettingsTextDefaultsSameNamedSectionsAndNoRoot) {
     EXPECT_EQ(GetConfigure("S", "K", 42, file).typeId(), QMetaType::Int); // missing file
     WriteConfigure("S", "Flag", true, file);
     WriteConfigure("S", "Big", qint64(-5000000000), file);
@@ -120,9 +114,7 @@ TEST_F(Store, SettingsAreTextAndDefaultsComeBackUnchanged) {
     file = Path("no/such/folder/x.dat"); // the value is lost silently
     WriteConfigure("S", "K", "v", file);
     EXPECT_FALSE(QFile::exists(file));
-}
-
-TEST_F(Store, SettingsFirstSameNamedSectionCountsAndNoRootMeansReplaced) {
+    file = Path("UserInfo.dat"); // the first of two same-named sections counts
     WriteBytes(file, kMark + "<root><S><K>1</K></S><S><K>2</K></S></root>");
     EXPECT_EQ(Get("S", "K"), "1");
     WriteConfigure("S", "K", "9", file);
@@ -139,10 +131,9 @@ TEST_F(Store, SettingsAgreeWithLibxml) {
     WriteConfigure("UpdateStrategy", "Strategy", "cycle", file);
     WriteConfigure("DelayInfo", "Note", tricky, file);
     WriteConfigure("root", "Top", 5, file);
-    EXPECT_EQ(Xpath("string(/root/UpdateStrategy/Strategy)"), "cycle");
-    EXPECT_EQ(Xpath("string(/root/DelayInfo/Note)"), tricky);
-    EXPECT_EQ(Xpath("string(/root/Top)"), "5");
-    EXPECT_EQ(Xpath("count(/root/*)") + Xpath("count(/root/*/*)"), "32");
+    EXPECT_EQ(Xpath("concat(/root/UpdateStrategy/Strategy, '|', /root/DelayInfo/Note, '|', "
+                    "/root/Top, '|', count(/root/*), count(/root/*/*))"),
+              "cycle|" + tricky + "|5|32");
     // A hand-indented file is updated in place.
     const QByteArray text = "<?xml version=\"1.0\"?>\n<root>\n  <S>\n    <K>old</K>\n  </S>\n"
                             "  <T>\n    <K>t</K>\n  </T>\n</root>\n";
@@ -151,27 +142,27 @@ TEST_F(Store, SettingsAgreeWithLibxml) {
     WriteConfigure("S", "K", "new", file);
     EXPECT_EQ(ReadBytes(file), kMark + QByteArray(text).replace("old", "new"));
     WriteConfigure("S", "Added", "a", file);
-    EXPECT_EQ(Xpath("string(/root/S/Added)") + Xpath("string(/root/S/K)"), "anew");
+    EXPECT_EQ(Xpath("concat(/root/S/Added, /root/S/K)"), "anew");
     EXPECT_EQ(Get("T", "K"), "t");
 }
 
 TEST_F(Store, ReadsEveryEncodingTheToolsWriteAndNothingElse) {
     const QString wide = QString::fromUtf8("<r>é😀</r>"); // beyond the Basic Multilingual Plane
     const std::pair<QByteArray, std::string> cases[] = {
-        // an empty result: the read fails
+        // "kept": the read fails
         {kMark + QByteArray("<r>\xC3\xA9</r>\0tail", 14), "<r>é</r>"},
         {"junk\r\n<r/>", "<r/>"},
         {"\xFF\xFE" + QByteArray(reinterpret_cast<const char*>(wide.utf16()), wide.size() * 2),
          "<r>é😀</r>"},
-        {"", ""},
-        {"no markup at all", ""}};
+        {"", "kept"},
+        {"no markup at all", "kept"}};
+    std::string out;
     for (const auto& [bytes, expected] : cases) {
         WriteBytes(file, bytes);
-        std::string out = "kept";
-        EXPECT_EQ(Read(out), expected.empty() ? -1 : 0) << expected;
-        EXPECT_EQ(out, expected.empty() ? "kept" : expected);
+        out = "kept";
+        EXPECT_EQ(Read(out), expected == "kept" ? -1 : 0) << expected;
+        EXPECT_EQ(out, expected);
     }
-    std::string out = "kept";
     for (const QString& path : {Path("missing"), QString(), dir.path()})
         EXPECT_EQ(CCommonFunctions::ReadXMLFile(path.toStdWString(), out, false), -1);
     EXPECT_EQ(out, "kept");
@@ -217,16 +208,14 @@ TEST_F(Store, SealedLengthsRoundTripsHexRandomBytesAndDigests) {
     EXPECT_EQ(HexToStr("00abFF"), std::string("\x00\xAB\xFF", 3));
     for (auto [asked, got] : {std::pair(200, 128u), {-1, 0u}, {8, 8u}})
         EXPECT_EQ(GetRandomBytes(asked).size(), got);
-    std::string big;
+    QByteArray big;
     for (int i = 0; i < 120000; ++i)
-        big.push_back(char(i * 7));
-    WriteBytes(file, QByteArray::fromStdString(big));
-    for (const std::string& text :
-         {std::string(), std::string("abc"), std::string(1000, '\0'), big})
-        EXPECT_EQ(Md5Hash(text),
-                  QCryptographicHash::hash(QByteArray::fromStdString(text), QCryptographicHash::Md5)
-                      .toStdString());
-    EXPECT_EQ(Md5File(file.toStdString()), Md5Hash(big));
+        big += char(i * 7);
+    WriteBytes(file, big);
+    for (const QByteArray& text : {QByteArray(), QByteArray("abc"), QByteArray(1000, '\0'), big})
+        EXPECT_EQ(QByteArray::fromStdString(Md5Hash(text.toStdString())),
+                  QCryptographicHash::hash(text, QCryptographicHash::Md5));
+    EXPECT_EQ(Md5File(file.toStdString()), Md5Hash(big.toStdString()));
     EXPECT_EQ(Md5File(Path("missing").toStdString()), "");
 }
 
@@ -253,7 +242,7 @@ TEST_F(Store, OpensTextSealedByOpenSsl) {
     EXPECT_EQ(out, plain);
 }
 
-TEST_F(Store, CopiesTreesWithHiddenFilesAndLinksSkippingIdenticalFiles) {
+TEST_F(Store, CopiesTreesLinksHiddenFilesSkipsIdenticalOnesAndRollsBack) {
     const QString src = Path("src/"), dst = Path("dst/");
     ASSERT_TRUE(QDir().mkpath(src + "sub/deeper"));
     WriteBytes(src + "a.txt", "alpha");
@@ -261,8 +250,8 @@ TEST_F(Store, CopiesTreesWithHiddenFilesAndLinksSkippingIdenticalFiles) {
     WriteBytes(src + "sub/b.bin", QByteArray("\0\1\2", 3));
     ASSERT_TRUE(QFile::link(src + "a.txt", src + "ln") && QFile::link("b.bin", src + "sub/rel"));
     ASSERT_TRUE(CCommonFunctions::MXPCopyDir(src, dst));
-    EXPECT_EQ(ReadBytes(dst + "a.txt") + ReadBytes(dst + ".hidden"), "alphasecret");
-    EXPECT_EQ(ReadBytes(dst + "sub/b.bin"), QByteArray("\0\1\2", 3));
+    EXPECT_EQ(ReadBytes(dst + "a.txt") + ReadBytes(dst + ".hidden") + ReadBytes(dst + "sub/b.bin"),
+              QByteArray("alphasecret\0\1\2", 14));
     EXPECT_TRUE(QFileInfo(dst + "sub/deeper").isDir());
     EXPECT_EQ(QFileInfo(dst + "ln").symLinkTarget(), QFileInfo(dst + "a.txt").absoluteFilePath());
     EXPECT_EQ(QFileInfo(dst + "sub/rel").symLinkTarget(), dst + "sub/b.bin");
@@ -278,11 +267,8 @@ TEST_F(Store, CopiesTreesWithHiddenFilesAndLinksSkippingIdenticalFiles) {
     EXPECT_EQ(Stat(dst + "a.txt").st_mtime, 1000000000);
     EXPECT_EQ(ReadBytes(dst + "sub/b.bin"), "changed");
     EXPECT_FALSE(QFile::exists(dst + "sub/b.bin.old")); // deletable: no backup
-}
-
-// Running as root, no permission stops a delete; a folder standing where a file is expected
-// cannot be deleted as a file, yet can be moved aside, which is what the backup path needs.
-TEST_F(Store, UndeletableDestinationIsRolledBackWhenTheCopyFails) {
+    // Running as root, no permission stops a delete; a folder standing where a file is expected
+    // cannot be deleted as a file, yet can be moved aside, which is what the backup path needs.
     const QString target = Path("target");
     ASSERT_TRUE(QDir().mkpath(target));
     WriteBytes(target + "/inside", "keep me");
@@ -304,10 +290,8 @@ TEST_F(Store, CreatePathMakesEveryLevelBeforeTheLastSlash) {
     const QString oldCurrent = QDir::currentPath();
     ASSERT_TRUE(QDir::setCurrent(dir.path()));
     WriteBytes("file", "x");
-    const struct {
-        const wchar_t* path;
-        const char *made, *absent, *message; // nothing made on failure
-    } cases[] = {
+    // Path, folder made (none on failure), path left absent, debug line.
+    const std::tuple<const wchar_t*, const char*, const char*, const char*> cases[] = {
         {L"./a/b", "a", "a/b", ""},
         {L"./c/d/", "c/d", "", ""},
         {L".\\e\\f\\", "e/f", "", ""},
@@ -317,13 +301,13 @@ TEST_F(Store, CreatePathMakesEveryLevelBeforeTheLastSlash) {
         {L"", "", "", "MXPSCreatePath: Path is empty"},
         {L"./file/sub/", "", "file/sub", "MXPSCreatePath: Make directory failed"},
     };
-    for (const auto& item : cases) {
+    for (const auto& [path, made, absent, log] : cases) {
         const auto [result, message] =
-            WithStderr([&] { return CCommonFunctions::MXPSCreatePath(item.path); });
-        EXPECT_EQ(result, *item.made ? 0 : -1) << item.message;
-        EXPECT_TRUE(!*item.made || QFileInfo(item.made).isDir()) << item.made;
-        EXPECT_TRUE(!*item.absent || !QFileInfo::exists(item.absent)) << item.absent;
-        EXPECT_THAT(message, Logged(item.message));
+            WithStderr([&] { return CCommonFunctions::MXPSCreatePath(path); });
+        EXPECT_EQ(result, *made ? 0 : -1) << log;
+        EXPECT_TRUE(!*made || QFileInfo(made).isDir()) << made;
+        EXPECT_TRUE(!*absent || !QFileInfo::exists(absent)) << absent;
+        EXPECT_THAT(message, Logged(log));
     }
     EXPECT_EQ(Mode("c/d"), 0777u);
     QDir::setCurrent(oldCurrent);
@@ -355,7 +339,7 @@ TEST_F(Store, MainComponentDisplayName) {
 
 // Creating the shared folder opens every level of its path to everyone, /usr included:
 // the modes found are put back, and whatever the test made is removed.
-TEST(StoreSharedDataRoot, BlanksBecomeUnderscores) {
+TEST_F(Store, SharedDataRootBlanksBecomeUnderscores) {
     const char* levels[] = {"/usr", "/usr/local", "/usr/local/zq_kt_userdata"};
     const bool madeRoot = !QFileInfo::exists(levels[2]);
     const unsigned modes[] = {Mode(levels[0]), Mode(levels[1]), Mode(levels[2])};
@@ -381,14 +365,12 @@ TEST_F(Store, KilledWriterLeavesTheOldOrTheNewFile) {
     const QByteArray oldBytes = QByteArray(newBytes).replace("<Value>new<", "<Value>old<");
     // Qt's own temporary files are named after the target plus six characters.
     const QRegularExpression leftover("^UserInfo\\.dat(\\.[A-Za-z0-9]{6})?$");
-    std::mt19937 random(std::random_device{}());
-    std::uniform_int_distribution<useconds_t> delay(0, 2000);
     for (int round = 0; round < 200; ++round) {
         QProcess writer; // ends the writer by its PID if an assertion returns early
         writer.start(STORE_WRITER, {file});
         ASSERT_TRUE(writer.waitForReadyRead(-1)); // "ready": saved once
-        usleep(delay(random));
-        kill(writer.processId(), SIGKILL);
+        usleep(QRandomGenerator::global()->bounded(2001));
+        writer.kill(); // SIGKILL to its PID
         ASSERT_TRUE(writer.waitForFinished(-1));
         ASSERT_EQ(writer.exitStatus(), QProcess::CrashExit) << "writer ended by itself";
         const QByteArray bytes = ReadBytes(file);
