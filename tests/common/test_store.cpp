@@ -6,7 +6,6 @@
 #include <QDir>
 #include <QProcess>
 #include <QRandomGenerator>
-#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <gmock/gmock.h>
 #include <openssl/evp.h>
@@ -22,6 +21,7 @@ namespace {
 
 const QByteArray kMark("\xEF\xBB\xBF");
 const std::string kPass(SEAL_PASS_PHRASE);
+const unsigned kFile = S_IFREG | 0777, kDir = S_IFDIR | 0777; // open to everyone
 const std::string kStamp = "[0-9][0-9]:[0-9][0-9]:[0-9][0-9]: \\.\\./Common/CommonFunctions: ";
 
 QByteArray ReadBytes(const QString& path) {
@@ -51,7 +51,7 @@ template <class Call> auto WithStderr(Call call) {
 // Every test works in a fresh folder of its own, removed afterwards.
 class Store : public ::testing::Test {
 protected:
-    static unsigned Mode(const QString& path) { return Stat(path).st_mode & 07777; }
+    static unsigned Mode(const QString& path) { return Stat(path).st_mode & (07777 | S_IFMT); }
     QString Path(const QString& name) const { return dir.filePath(name); }
     QString Get(const QString& section, const QString& key) {
         return GetConfigure(section, key, "dflt", file).toString();
@@ -83,7 +83,7 @@ TEST_F(Store, SettingsBytesOfNewAndUpdatedFiles) {
     EXPECT_EQ(ReadBytes(file), Layout("<root>\r\n<UpdateStrategy>\r\n<Strategy>cycle</Strategy>\r\n"
                                       "</UpdateStrategy>\r\n<DelayInfo>\r\n"
                                       "<DelayTimes>2</DelayTimes>\r\n</DelayInfo>\r\n</root>\r\n"));
-    EXPECT_EQ(Mode(file), 0777u);
+    EXPECT_EQ(Mode(file), kFile);
     EXPECT_EQ(Get("DelayInfo", "DelayTimes"), "2");
     WriteConfigure("UpdateStrategy", "Strategy", "a&b<c>", file);
     WriteConfigure("UpdateStrategy", "UpdateCycle", 7, file);
@@ -147,13 +147,11 @@ TEST_F(Store, SettingsAgreeWithLibxml) {
 }
 
 TEST_F(Store, ReadsEveryEncodingTheToolsWriteAndNothingElse) {
-    const QString wide = QString::fromUtf8("<r>é😀</r>"); // beyond the Basic Multilingual Plane
     const std::pair<QByteArray, std::string> cases[] = {
         // "kept": the read fails
         {kMark + QByteArray("<r>\xC3\xA9</r>\0tail", 14), "<r>é</r>"},
         {"junk\r\n<r/>", "<r/>"},
-        {"\xFF\xFE" + QByteArray(reinterpret_cast<const char*>(wide.utf16()), wide.size() * 2),
-         "<r>é😀</r>"},
+        {QByteArray("\xFF\xFE<\0r\0>\0\xE9\0\x3D\xD8\0\xDE<\0/\0r\0>\0", 22), "<r>é😀</r>"},
         {"", "kept"},
         {"no markup at all", "kept"}};
     std::string out;
@@ -171,7 +169,7 @@ TEST_F(Store, ReadsEveryEncodingTheToolsWriteAndNothingElse) {
 TEST_F(Store, SaveWritesTheMarkOnceSealsAndUnseals) {
     ASSERT_EQ(Save("<r>\r\n<k>v</k>\r\n</r>\r\n"), 0);
     EXPECT_EQ(ReadBytes(file), kMark + "<r>\r\n<k>v</k>\r\n</r>\r\n");
-    EXPECT_EQ(Mode(file), 0777u);
+    EXPECT_EQ(Mode(file), kFile);
     ASSERT_EQ(Save("\xEF\xBB\xBF<r/>"), 0);
     EXPECT_EQ(ReadBytes(file), kMark + "<r/>");
     const char* text = "<r>\r\n<k>sealed</k>\r\n</r>\r\n";
@@ -204,18 +202,14 @@ TEST_F(Store, SealedLengthsRoundTripsHexRandomBytesAndDigests) {
     EXPECT_EQ(Decrypt(Encrypt(std::string("\0a\0\0", 4), kPass), kPass), std::string("\0a", 2));
     EXPECT_EQ(Decrypt("0102", kPass), "");
     EXPECT_EQ(StrToHex(std::string("\x00\xAB\xFF\x10", 4)), "00ABFF10");
-    EXPECT_EQ(HexToStr("4g1"), std::string("\x40\x10"));
-    EXPECT_EQ(HexToStr("00abFF"), std::string("\x00\xAB\xFF", 3));
+    EXPECT_EQ(HexToStr("4g1") + HexToStr("00abFF"), std::string("\x40\x10\x00\xAB\xFF", 5));
     for (auto [asked, got] : {std::pair(200, 128u), {-1, 0u}, {8, 8u}})
         EXPECT_EQ(GetRandomBytes(asked).size(), got);
-    QByteArray big;
-    for (int i = 0; i < 120000; ++i)
-        big += char(i * 7);
-    WriteBytes(file, big);
+    const QByteArray big = ReadBytes(STORE_WRITER); // a file of many read blocks
     for (const QByteArray& text : {QByteArray(), QByteArray("abc"), QByteArray(1000, '\0'), big})
         EXPECT_EQ(QByteArray::fromStdString(Md5Hash(text.toStdString())),
                   QCryptographicHash::hash(text, QCryptographicHash::Md5));
-    EXPECT_EQ(Md5File(file.toStdString()), Md5Hash(big.toStdString()));
+    EXPECT_EQ(Md5File(STORE_WRITER), Md5Hash(big.toStdString()));
     EXPECT_EQ(Md5File(Path("missing").toStdString()), "");
 }
 
@@ -233,9 +227,7 @@ TEST_F(Store, OpensTextSealedByOpenSsl) {
     EVP_EncryptUpdate(context, (unsigned char*)&cipher[0], &length, bytes(padded), 48);
     EVP_CIPHER_CTX_free(context);
     cipher.resize(size_t(length));
-    ASSERT_EQ(cipher.size(), 48u);
     EXPECT_EQ(des3(plain, kPass, iv, true), cipher);
-    EXPECT_EQ(Decrypt(StrToHex(iv + cipher), kPass), plain);
     WriteBytes(file, kMark + QByteArray::fromStdString(StrToHex(iv + cipher)));
     std::string out;
     ASSERT_EQ(Read(out, true), 0);
@@ -252,11 +244,14 @@ TEST_F(Store, CopiesTreesLinksHiddenFilesSkipsIdenticalOnesAndRollsBack) {
     ASSERT_TRUE(CCommonFunctions::MXPCopyDir(src, dst));
     EXPECT_EQ(ReadBytes(dst + "a.txt") + ReadBytes(dst + ".hidden") + ReadBytes(dst + "sub/b.bin"),
               QByteArray("alphasecret\0\1\2", 14));
-    EXPECT_TRUE(QFileInfo(dst + "sub/deeper").isDir());
     EXPECT_EQ(QFileInfo(dst + "ln").symLinkTarget(), QFileInfo(dst + "a.txt").absoluteFilePath());
     EXPECT_EQ(QFileInfo(dst + "sub/rel").symLinkTarget(), dst + "sub/b.bin");
-    for (const char* name : {"", "a.txt", "sub", "sub/b.bin"})
-        EXPECT_EQ(Mode(dst + name), 0777u) << name;
+    for (auto [name, mode] : {std::pair("", kDir),
+                              {"a.txt", kFile},
+                              {"sub", kDir},
+                              {"sub/deeper", kDir},
+                              {"sub/b.bin", kFile}})
+        EXPECT_EQ(Mode(dst + name), mode) << name;
     // An old time stamp shows whether the file was written again.
     const struct utimbuf old = {1000000000, 1000000000};
     ASSERT_EQ(utime(QFile::encodeName(dst + "a.txt").constData(), &old), 0);
@@ -309,7 +304,7 @@ TEST_F(Store, CreatePathMakesEveryLevelBeforeTheLastSlash) {
         EXPECT_TRUE(!*absent || !QFileInfo::exists(absent)) << absent;
         EXPECT_THAT(message, Logged(log));
     }
-    EXPECT_EQ(Mode("c/d"), 0777u);
+    EXPECT_EQ(Mode("c/d"), kDir);
     QDir::setCurrent(oldCurrent);
 }
 
@@ -347,13 +342,12 @@ TEST_F(Store, SharedDataRootBlanksBecomeUnderscores) {
     const QString made = levels[2] + ("/" + QString(unique).replace(' ', '_') + "/");
     ASSERT_FALSE(QFileInfo::exists(made));
     EXPECT_EQ(CCommonFunctions::GetCompDataDirectory(unique), made);
-    EXPECT_TRUE(QFileInfo(made).isDir());
-    EXPECT_EQ(Mode(made), 0777u);
+    EXPECT_EQ(Mode(made), kDir);
     QDir(made).removeRecursively();
     if (madeRoot)
         QDir().rmdir(levels[2]);
     for (int i = 0; i < 3 - madeRoot; ++i)
-        chmod(levels[i], modes[i]);
+        chmod(levels[i], modes[i] & 07777);
 }
 
 // A writer killed at any instant leaves the old file or the new one, never a torn one.
@@ -363,22 +357,19 @@ TEST_F(Store, KilledWriterLeavesTheOldOrTheNewFile) {
     WriteConfigure("State", "Value", "new", file);
     const QByteArray newBytes = ReadBytes(file);
     const QByteArray oldBytes = QByteArray(newBytes).replace("<Value>new<", "<Value>old<");
-    // Qt's own temporary files are named after the target plus six characters.
-    const QRegularExpression leftover("^UserInfo\\.dat(\\.[A-Za-z0-9]{6})?$");
     for (int round = 0; round < 200; ++round) {
         QProcess writer; // ends the writer by its PID if an assertion returns early
         writer.start(STORE_WRITER, {file});
         ASSERT_TRUE(writer.waitForReadyRead(-1)); // "ready": saved once
         usleep(QRandomGenerator::global()->bounded(2001));
         writer.kill(); // SIGKILL to its PID
-        ASSERT_TRUE(writer.waitForFinished(-1));
-        ASSERT_EQ(writer.exitStatus(), QProcess::CrashExit) << "writer ended by itself";
+        ASSERT_TRUE(writer.waitForFinished(-1) && writer.exitStatus() == QProcess::CrashExit);
         const QByteArray bytes = ReadBytes(file);
         ASSERT_TRUE(bytes == oldBytes || bytes == newBytes) << "round " << round;
-        ASSERT_TRUE(Get("State", "Value") == "old" || Get("State", "Value") == "new");
         for (const QString& name :
              QDir(dir.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot))
-            ASSERT_TRUE(leftover.match(name).hasMatch()) << name.toStdString();
+            ASSERT_TRUE(name.startsWith("UserInfo.dat") && (name.size() == 12 || name.size() == 19))
+                << name.toStdString(); // Qt's temporary files add six characters
     }
 }
 
