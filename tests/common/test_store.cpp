@@ -18,6 +18,7 @@ inline void PrintTo(const QByteArray& bytes, std::ostream* out) {
 namespace {
 
 const QByteArray kMark("\xEF\xBB\xBF");
+const QByteArray kHead = kMark + "<?xml version=\"1.0\" encoding=\"utf-8\"?>\r\n";
 const std::string kPass(SEAL_PASS_PHRASE);
 const unsigned kFile = S_IFREG | 0777, kDir = S_IFDIR | 0777; // open to everyone
 const std::string kStamp = "[0-9][0-9]:[0-9][0-9]:[0-9][0-9]: \\.\\./Common/CommonFunctions: ";
@@ -38,22 +39,17 @@ unsigned Mode(const QString& path) {
 testing::Matcher<std::string> Logged(const std::string& text) {
     return testing::MatchesRegex(text.empty() ? "" : kStamp + text + "\\.\n");
 }
-// The result of a call and what it printed on the debug channel.
 template <class Call> auto WithStderr(Call call) {
     ::testing::internal::CaptureStderr();
     auto result = call();
     return std::make_pair(result, ::testing::internal::GetCapturedStderr());
 }
 
-// Every test works in a fresh folder of its own, removed afterwards.
 class Store : public ::testing::Test {
 protected:
     QString Path(const QString& name) const { return dir.filePath(name); }
-    QString Get(const QString& section, const QString& key) {
-        return GetConfigure(section, key, "dflt", file).toString();
-    }
-    static QByteArray Layout(const char* body) {
-        return kMark + "<?xml version=\"1.0\" encoding=\"utf-8\"?>\r\n" + body;
+    QString Get(const char* s, const char* k) {
+        return GetConfigure(s, k, "dflt", file).toString();
     }
     QString Xpath(const QString& expression) {
         QProcess lint;
@@ -75,22 +71,23 @@ protected:
 TEST_F(Store, Settings) {
     WriteConfigure("UpdateStrategy", "Strategy", "cycle", file);
     WriteConfigure("DelayInfo", "DelayTimes", 2u, file);
-    EXPECT_EQ(ReadBytes(file), Layout("<root>\r\n<UpdateStrategy>\r\n<Strategy>cycle</Strategy>\r\n"
-                                      "</UpdateStrategy>\r\n<DelayInfo>\r\n"
-                                      "<DelayTimes>2</DelayTimes>\r\n</DelayInfo>\r\n</root>\r\n"));
+    EXPECT_EQ(ReadBytes(file), kHead +
+                                   "<root>\r\n<UpdateStrategy>\r\n<Strategy>cycle</Strategy>\r\n"
+                                   "</UpdateStrategy>\r\n<DelayInfo>\r\n"
+                                   "<DelayTimes>2</DelayTimes>\r\n</DelayInfo>\r\n</root>\r\n");
     EXPECT_EQ(Mode(file), kFile);
     WriteConfigure("UpdateStrategy", "Strategy", "a&b<c>", file);
     WriteConfigure("UpdateStrategy", "UpdateCycle", 7, file);
-    EXPECT_EQ(ReadBytes(file), Layout("<root>\r\n<UpdateStrategy>\r\n"
-                                      "<Strategy>a&amp;b&lt;c&gt;</Strategy>\r\n"
-                                      "<UpdateCycle>7</UpdateCycle>\r\n</UpdateStrategy>\r\n"
-                                      "<DelayInfo>\r\n<DelayTimes>2</DelayTimes>\r\n"
-                                      "</DelayInfo>\r\n</root>\r\n"));
+    EXPECT_EQ(ReadBytes(file), kHead + "<root>\r\n<UpdateStrategy>\r\n"
+                                       "<Strategy>a&amp;b&lt;c&gt;</Strategy>\r\n"
+                                       "<UpdateCycle>7</UpdateCycle>\r\n</UpdateStrategy>\r\n"
+                                       "<DelayInfo>\r\n<DelayTimes>2</DelayTimes>\r\n"
+                                       "</DelayInfo>\r\n</root>\r\n");
     EXPECT_EQ(Get("UpdateStrategy", "Strategy"), "a&b<c>");
     // Section "root" is written under the root but not found there.
     WriteBytes(file, "");
     WriteConfigure("root", "Direct", "1", file);
-    EXPECT_EQ(ReadBytes(file), Layout("<root>\r\n<Direct>1</Direct>\r\n</root>\r\n"));
+    EXPECT_EQ(ReadBytes(file), kHead + "<root>\r\n<Direct>1</Direct>\r\n</root>\r\n");
     EXPECT_EQ(Get("root", "Direct"), "dflt");
     // Values are text; defaults come back unchanged.
     EXPECT_EQ(GetConfigure("S", "K", 42, Path("none")).typeId(), QMetaType::Int);
@@ -113,7 +110,7 @@ TEST_F(Store, Settings) {
     for (const char* old : {"plain words", "<config><S/></config>", "<root><unclosed></root>"}) {
         WriteBytes(file, old);
         WriteConfigure("S", "K", "v", file);
-        EXPECT_EQ(ReadBytes(file), Layout("<root>\r\n<S>\r\n<K>v</K>\r\n</S>\r\n</root>\r\n"));
+        EXPECT_EQ(ReadBytes(file), kHead + "<root>\r\n<S>\r\n<K>v</K>\r\n</S>\r\n</root>\r\n");
     }
     file = Path("lint.dat"); // what is written agrees with libxml2
     const QString tricky = QString::fromUtf8("x < y & \"z\" > 'w' é");
@@ -190,8 +187,7 @@ TEST_F(Store, FilesReadSavedAndSealed) {
     for (const QByteArray& text : {QByteArray(), QByteArray("abc"), QByteArray(1000, '\0'), big})
         EXPECT_EQ(QByteArray::fromStdString(Md5Hash(text.toStdString())),
                   QCryptographicHash::hash(text, QCryptographicHash::Md5));
-    EXPECT_EQ(Md5File(STORE_WRITER), Md5Hash(big.toStdString()));
-    EXPECT_EQ(Md5File(Path("missing").toStdString()), "");
+    EXPECT_EQ(Md5File(STORE_WRITER) + Md5File("/no/such/file"), Md5Hash(big.toStdString()));
     // Sealed by OpenSSL: printf '<plain>\0\0\0' | openssl enc -des-ede3-cbc -nopad -iv
     // 0123456789ABCDEF -K <the pass phrase as hex, zero-padded to 24 bytes>.
     const std::string iv("\x01\x23\x45\x67\x89\xAB\xCD\xEF", 8);
@@ -233,12 +229,10 @@ TEST_F(Store, CopiesTreesLinksHiddenFilesSkipsIdenticalOnesAndRollsBack) {
     ASSERT_TRUE(QDir().mkpath(target));
     WriteBytes(target + "/inside", "keep me");
     EXPECT_FALSE(CCommonFunctions::MXPSCopyFile(Path("no-such-source"), target));
-    EXPECT_EQ(ReadBytes(target + "/inside"), "keep me");
-    EXPECT_FALSE(QFileInfo::exists(target + ".old"));
+    EXPECT_TRUE(ReadBytes(target + "/inside") == "keep me" && !QFileInfo::exists(target + ".old"));
     WriteBytes(Path("source"), "new content");
     EXPECT_TRUE(CCommonFunctions::MXPSCopyFile(Path("source"), target));
-    EXPECT_EQ(ReadBytes(target), "new content");
-    EXPECT_EQ(ReadBytes(target + ".old/inside"), "keep me"); // the backup stays after success
+    EXPECT_EQ(ReadBytes(target) + "|" + ReadBytes(target + ".old/inside"), "new content|keep me");
     EXPECT_FALSE(CCommonFunctions::MXPSCopyFile("", Path("x")) ||
                  CCommonFunctions::MXPSCopyFile(Path("x"), ""));
     ASSERT_TRUE(QFile::link("/some/where", Path("link")));
@@ -323,8 +317,7 @@ TEST_F(Store, KilledWriterLeavesTheOldOrTheNewFile) {
         usleep(QRandomGenerator::global()->bounded(2001));
         writer.kill(); // SIGKILL to its PID
         ASSERT_TRUE(writer.waitForFinished(-1) && writer.exitStatus() == QProcess::CrashExit);
-        const QByteArray bytes = ReadBytes(file);
-        ASSERT_TRUE(bytes == oldBytes || bytes == newBytes) << "round " << round;
+        ASSERT_THAT(ReadBytes(file), testing::AnyOf(oldBytes, newBytes)) << "round " << round;
         for (const QString& name :
              QDir(dir.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot))
             ASSERT_TRUE(name.startsWith("UserInfo.dat") && (name.size() == 12 || name.size() == 19))
