@@ -1,18 +1,16 @@
-// Test helper: writes one settings value over and over, alternating "old" and "new", until it is
-// killed. After the first complete write it says "ready" on standard output.
+// Writes one settings value over and over, alternating "new" and "old", until killed; says
+// "ready" on standard output after the first complete write.
 #include "CommonFunctions.h"
 
 #include <cstdio>
 
 int main(int argc, char** argv) {
-    if (argc != 2)
-        return 2;
-    const QString file = QString::fromLocal8Bit(argv[1]);
-    for (unsigned long round = 0;; ++round) {
-        WriteConfigure("State", "Value", round % 2 == 0 ? "new" : "old", file);
-        if (round == 0) {
+    std::setvbuf(stdout, nullptr, _IONBF, 0);
+    for (unsigned long round = 0; argc == 2; ++round) {
+        WriteConfigure("State", "Value", round % 2 ? "old" : "new",
+                       QString::fromLocal8Bit(argv[1]));
+        if (round == 0)
             std::fputs("ready\n", stdout);
-            std::fflush(stdout);
-        }
     }
+    return 2;
 }

@@ -1,0 +1,328 @@
+// The configuration store: settings files, sealed files, component data helpers, crash safety.
+#include "CommonFunctions.h"
+#include "MarkupSTL.h"
+
+#include <QCryptographicHash>
+#include <QDir>
+#include <QProcess>
+#include <QRandomGenerator>
+#include <QTemporaryDir>
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <utime.h>
+
+inline void PrintTo(const QByteArray& bytes, std::ostream* out) {
+    *out << '"' << bytes.toPercentEncoding(" <>/=?!:;&'\"").constData() << '"';
+}
+
+namespace {
+
+const QByteArray kMark("\xEF\xBB\xBF");
+const QByteArray kHead = kMark + "<?xml version=\"1.0\" encoding=\"utf-8\"?>\r\n";
+const std::string kPass(SEAL_PASS_PHRASE);
+const unsigned kFile = S_IFREG | 0777, kDir = S_IFDIR | 0777; // open to everyone
+const std::string kStamp = "[0-9][0-9]:[0-9][0-9]:[0-9][0-9]: \\.\\./Common/CommonFunctions: ";
+
+QByteArray ReadBytes(const QString& path) {
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+void WriteBytes(const QString& path, const QByteArray& bytes) {
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size());
+}
+unsigned Mode(const QString& path) {
+    struct stat info = {};
+    lstat(QFile::encodeName(path).constData(), &info);
+    return info.st_mode & (07777 | S_IFMT);
+}
+testing::Matcher<std::string> Logged(const std::string& text) {
+    return testing::MatchesRegex(text.empty() ? "" : kStamp + text + "\\.\n");
+}
+template <class Call> auto WithStderr(Call call) {
+    ::testing::internal::CaptureStderr();
+    auto result = call();
+    return std::make_pair(result, ::testing::internal::GetCapturedStderr());
+}
+
+class Store : public ::testing::Test {
+protected:
+    QString Path(const QString& name) const { return dir.filePath(name); }
+    QString Get(const char* s, const char* k) {
+        return GetConfigure(s, k, "dflt", file).toString();
+    }
+    QString Xpath(const QString& expression) {
+        QProcess lint;
+        lint.start(XMLLINT, {"--xpath", expression, file});
+        EXPECT_TRUE(lint.waitForFinished(-1) && lint.exitCode() == 0) << expression.toStdString();
+        return QString::fromUtf8(lint.readAllStandardOutput()).trimmed();
+    }
+    int Read(std::string& out, bool unseal = false) {
+        return CCommonFunctions::ReadXMLFile(file.toStdWString(), out, unseal);
+    }
+    int Save(const char* text, bool seal = false) {
+        CMarkupSTL document(text);
+        return CCommonFunctions::SaveXmlFile(file.toStdWString(), document, seal);
+    }
+    QTemporaryDir dir;
+    QString file = Path("UserInfo.dat");
+};
+
+TEST_F(Store, Settings) {
+    WriteConfigure("UpdateStrategy", "Strategy", "cycle", file);
+    WriteConfigure("DelayInfo", "DelayTimes", 2u, file);
+    EXPECT_EQ(ReadBytes(file), kHead +
+                                   "<root>\r\n<UpdateStrategy>\r\n<Strategy>cycle</Strategy>\r\n"
+                                   "</UpdateStrategy>\r\n<DelayInfo>\r\n"
+                                   "<DelayTimes>2</DelayTimes>\r\n</DelayInfo>\r\n</root>\r\n");
+    EXPECT_EQ(Mode(file), kFile);
+    WriteConfigure("UpdateStrategy", "Strategy", "a&b<c>", file);
+    WriteConfigure("UpdateStrategy", "UpdateCycle", 7, file);
+    EXPECT_EQ(ReadBytes(file), kHead + "<root>\r\n<UpdateStrategy>\r\n"
+                                       "<Strategy>a&amp;b&lt;c&gt;</Strategy>\r\n"
+                                       "<UpdateCycle>7</UpdateCycle>\r\n</UpdateStrategy>\r\n"
+                                       "<DelayInfo>\r\n<DelayTimes>2</DelayTimes>\r\n"
+                                       "</DelayInfo>\r\n</root>\r\n");
+    EXPECT_EQ(Get("UpdateStrategy", "Strategy"), "a&b<c>");
+    // Section "root" is written under the root but not found there.
+    WriteBytes(file, "");
+    WriteConfigure("root", "Direct", "1", file);
+    EXPECT_EQ(ReadBytes(file), kHead + "<root>\r\n<Direct>1</Direct>\r\n</root>\r\n");
+    EXPECT_EQ(Get("root", "Direct"), "dflt");
+    // Values are text; defaults come back unchanged.
+    EXPECT_EQ(GetConfigure("S", "K", 42, Path("none")).typeId(), QMetaType::Int);
+    WriteConfigure("S", "Flag", true, file);
+    WriteConfigure("S", "Big", qint64(-5000000000), file);
+    WriteConfigure("S", "Name", QString::fromUtf8("Grüße"), file);
+    WriteConfigure("S", "Empty", QString(), file);
+    EXPECT_EQ(GetConfigure("S", "Flag", 0, file), QVariant("true"));
+    EXPECT_EQ(Get("S", "Big") + Get("S", "Name"), QString::fromUtf8("-5000000000Grüße"));
+    EXPECT_TRUE(ReadBytes(file).contains("<Empty/>"));
+    EXPECT_EQ(Get("S", "Empty") + Get("S", "Missing"), "dfltdflt");
+    EXPECT_EQ(GetConfigure("Other", "Flag", 7, file), QVariant(7));
+    WriteConfigure("S", "K", "v", Path("no/x.dat")); // the value is lost silently
+    EXPECT_FALSE(QFile::exists(Path("no")));
+    // The first of two same-named sections counts; a file without a root is replaced.
+    WriteBytes(file, kMark + "<root><S><K>1</K></S><S><K>2</K></S></root>");
+    EXPECT_EQ(Get("S", "K"), "1");
+    WriteConfigure("S", "K", "9", file);
+    EXPECT_EQ(ReadBytes(file), kMark + "<root><S><K>9</K></S><S><K>2</K></S></root>");
+    for (const char* old : {"plain words", "<config><S/></config>", "<root><unclosed></root>"}) {
+        WriteBytes(file, old);
+        WriteConfigure("S", "K", "v", file);
+        EXPECT_EQ(ReadBytes(file), kHead + "<root>\r\n<S>\r\n<K>v</K>\r\n</S>\r\n</root>\r\n");
+    }
+    file = Path("lint.dat"); // what is written agrees with libxml2
+    const QString tricky = QString::fromUtf8("x < y & \"z\" > 'w' é");
+    WriteConfigure("UpdateStrategy", "Strategy", "cycle", file);
+    WriteConfigure("DelayInfo", "Note", tricky, file);
+    WriteConfigure("root", "Top", 5, file);
+    EXPECT_EQ(Xpath("concat(/root/UpdateStrategy/Strategy, '|', /root/DelayInfo/Note, '|', "
+                    "/root/Top, '|', count(/root/*), count(/root/*/*))"),
+              "cycle|" + tricky + "|5|32");
+    // A hand-indented file is updated in place.
+    const QByteArray text = "<?xml version=\"1.0\"?>\n<root>\n  <S>\n    <K>old</K>\n  </S>\n"
+                            "  <T>\n    <K>t</K>\n  </T>\n</root>\n";
+    WriteBytes(file, text);
+    EXPECT_EQ(Get("S", "K"), "old");
+    WriteConfigure("S", "K", "new", file);
+    EXPECT_EQ(ReadBytes(file), kMark + QByteArray(text).replace("old", "new"));
+    WriteConfigure("S", "Added", "a", file);
+    EXPECT_EQ(Xpath("concat(/root/S/Added, /root/S/K)"), "anew");
+    EXPECT_EQ(Get("T", "K"), "t");
+}
+
+TEST_F(Store, FilesReadSavedAndSealed) {
+    const std::pair<QByteArray, std::string> cases[] = {
+        // "kept": the read fails
+        {kMark + QByteArray("<r>\xC3\xA9</r>\0tail", 14), "<r>é</r>"},
+        {"junk\r\n<r/>", "<r/>"},
+        {QByteArray("\xFF\xFE<\0r\0>\0\xE9\0\x3D\xD8\0\xDE<\0/\0r\0>\0", 22), "<r>é😀</r>"},
+        {"", "kept"},
+        {"no markup at all", "kept"}};
+    std::string out;
+    for (const auto& [bytes, expected] : cases) {
+        WriteBytes(file, bytes);
+        out = "kept";
+        EXPECT_EQ(Read(out), expected == "kept" ? -1 : 0) << expected;
+        EXPECT_EQ(out, expected);
+    }
+    for (const QString& path : {Path("missing"), QString(), dir.path()})
+        EXPECT_EQ(CCommonFunctions::ReadXMLFile(path.toStdWString(), out, false), -1);
+    EXPECT_EQ(out, "kept");
+    // The mark is written once.
+    ASSERT_EQ(Save("<r>\r\n<k>v</k>\r\n</r>\r\n"), 0);
+    EXPECT_EQ(ReadBytes(file), kMark + "<r>\r\n<k>v</k>\r\n</r>\r\n");
+    EXPECT_EQ(Mode(file), kFile);
+    ASSERT_EQ(Save("\xEF\xBB\xBF<r/>"), 0);
+    EXPECT_EQ(ReadBytes(file), kMark + "<r/>");
+    const char* text = "<r>\r\n<k>sealed</k>\r\n</r>\r\n";
+    ASSERT_EQ(Save(text, true), 0);
+    EXPECT_EQ(ReadBytes(file).left(3) + QByteArray::number(ReadBytes(file).size()), kMark + "83");
+    ASSERT_EQ(Read(out, true), 0);
+    EXPECT_EQ(out, text);
+    // The mark test is made before sealing: such a document is stored without one and is lost.
+    ASSERT_EQ(Save("\xEF\xBB\xBF<r/>", true), 0);
+    EXPECT_FALSE(ReadBytes(file).startsWith(kMark));
+    EXPECT_EQ(Read(out, true), -1);
+    file = Path("missing/x.dat"); // no folder is made for it
+    EXPECT_EQ(Save("<r/>"), -1);
+    EXPECT_FALSE(QFile::exists(Path("missing")));
+    // Sealed text: lengths, round trips, hex, random bytes, digests, agreement with OpenSSL.
+    for (const std::string& plain : {std::string(), std::string("abc"), std::string("12345678"),
+                                     std::string("123456789"), std::string(100, 'x')}) {
+        const std::string sealed = Encrypt(plain, kPass);
+        EXPECT_EQ(sealed.size(), 16 + 16 * ((plain.size() + 7) / 8)) << plain;
+        EXPECT_EQ(sealed.find_first_not_of("0123456789ABCDEF"), std::string::npos);
+        EXPECT_EQ(Decrypt(sealed, kPass), plain);
+    }
+    // Trailing zero bytes are taken for padding; leading ones stay.
+    EXPECT_EQ(Decrypt(Encrypt(std::string("\0a\0\0", 4), kPass), kPass), std::string("\0a", 2));
+    EXPECT_EQ(Decrypt("0102", kPass), "");
+    EXPECT_EQ(StrToHex(std::string("\x00\xAB\xFF\x10", 4)), "00ABFF10");
+    EXPECT_EQ(HexToStr("4g1") + HexToStr("00abFF"), std::string("\x40\x10\x00\xAB\xFF", 5));
+    for (auto [asked, got] : {std::pair(200, 128u), {-1, 0u}, {8, 8u}})
+        EXPECT_EQ(GetRandomBytes(asked).size(), got);
+    const QByteArray big = ReadBytes(STORE_WRITER); // a file of many read blocks
+    for (const QByteArray& text : {QByteArray(), QByteArray("abc"), QByteArray(1000, '\0'), big})
+        EXPECT_EQ(QByteArray::fromStdString(Md5Hash(text.toStdString())),
+                  QCryptographicHash::hash(text, QCryptographicHash::Md5));
+    EXPECT_EQ(Md5File(STORE_WRITER) + Md5File("/no/such/file"), Md5Hash(big.toStdString()));
+    // Sealed by OpenSSL: printf '<plain>\0\0\0' | openssl enc -des-ede3-cbc -nopad -iv
+    // 0123456789ABCDEF -K <the pass phrase as hex, zero-padded to 24 bytes>.
+    const std::string iv("\x01\x23\x45\x67\x89\xAB\xCD\xEF", 8);
+    const std::string plain = "<root>\r\n<Strategy>cycle</Strategy>\r\n</root>\r\n";
+    const std::string cipher = "205BCB7924E62002C2713DBD30A4F24E431B97745DFB1F71"
+                               "DD6BD838B5E4021A2E5620519F4BCA983F65890F81EF96FF";
+    EXPECT_EQ(StrToHex(des3(plain, kPass, iv, true)), cipher);
+    file = Path("sealed.dat");
+    WriteBytes(file, kMark + QByteArray::fromStdString("0123456789ABCDEF" + cipher));
+    ASSERT_EQ(Read(out, true), 0);
+    EXPECT_EQ(out, plain);
+}
+
+TEST_F(Store, CopiesTreesLinksHiddenFilesSkipsIdenticalOnesAndRollsBack) {
+    const QString src = Path("src/"), dst = Path("dst/");
+    ASSERT_TRUE(QDir().mkpath(src + "sub/deeper"));
+    WriteBytes(src + "a.txt", "alpha");
+    WriteBytes(src + ".hidden", "secret");
+    WriteBytes(src + "sub/b.bin", QByteArray("\0\1\2", 3));
+    ASSERT_TRUE(QFile::link(src + "a.txt", src + "ln") && QFile::link("b.bin", src + "sub/rel"));
+    ASSERT_TRUE(CCommonFunctions::MXPCopyDir(src, dst));
+    EXPECT_EQ(ReadBytes(dst + "a.txt") + ReadBytes(dst + ".hidden") + ReadBytes(dst + "sub/b.bin"),
+              QByteArray("alphasecret\0\1\2", 14));
+    EXPECT_EQ(QFileInfo(dst + "ln").symLinkTarget(), QFileInfo(dst + "a.txt").absoluteFilePath());
+    EXPECT_EQ(QFileInfo(dst + "sub/rel").symLinkTarget(), dst + "sub/b.bin");
+    for (const char* name : {"", "a.txt", "sub", "sub/deeper", "sub/b.bin"})
+        EXPECT_EQ(Mode(dst + name), QFileInfo(dst + name).isDir() ? kDir : kFile) << name;
+    // An old time stamp shows whether the file was written again.
+    const struct utimbuf old = {1000000000, 1000000000};
+    ASSERT_EQ(utime(QFile::encodeName(dst + "a.txt").constData(), &old), 0);
+    WriteBytes(src + "sub/b.bin", "changed");
+    ASSERT_TRUE(CCommonFunctions::MXPCopyDir(src, dst));
+    EXPECT_EQ(QFileInfo(dst + "a.txt").lastModified().toSecsSinceEpoch(), 1000000000);
+    EXPECT_EQ(ReadBytes(dst + "sub/b.bin"), "changed");
+    EXPECT_FALSE(QFile::exists(dst + "sub/b.bin.old")); // deletable: no backup
+    // Running as root, no permission stops a delete; a folder standing where a file is expected
+    // cannot be deleted as a file, yet can be moved aside, which is what the backup path needs.
+    const QString target = Path("target");
+    ASSERT_TRUE(QDir().mkpath(target));
+    WriteBytes(target + "/inside", "keep me");
+    EXPECT_FALSE(CCommonFunctions::MXPSCopyFile(Path("no-such-source"), target));
+    EXPECT_TRUE(ReadBytes(target + "/inside") == "keep me" && !QFileInfo::exists(target + ".old"));
+    WriteBytes(Path("source"), "new content");
+    EXPECT_TRUE(CCommonFunctions::MXPSCopyFile(Path("source"), target));
+    EXPECT_EQ(ReadBytes(target) + "|" + ReadBytes(target + ".old/inside"), "new content|keep me");
+    EXPECT_FALSE(CCommonFunctions::MXPSCopyFile("", Path("x")) ||
+                 CCommonFunctions::MXPSCopyFile(Path("x"), ""));
+    ASSERT_TRUE(QFile::link("/some/where", Path("link")));
+    EXPECT_TRUE(CCommonFunctions::MXPSCopyFile(Path("link"), Path("copy")));
+    EXPECT_EQ(QFileInfo(Path("copy")).symLinkTarget(), "/some/where");
+}
+
+TEST_F(Store, CreatePathMainComponentDisplayNameAndSharedDataRoot) {
+    const QString oldCurrent = QDir::currentPath();
+    ASSERT_TRUE(QDir::setCurrent(dir.path()));
+    WriteBytes("file", "x");
+    // Path, folder made (none on failure), path left absent, debug line.
+    const std::tuple<const wchar_t*, const char*, const char*, const char*> paths[] = {
+        {L"./a/b", "a", "a/b", ""},
+        {L"./c/d/", "c/d", "", ""},
+        {L".\\e\\f\\", "e/f", "", ""},
+        {L"c/d", "c/d", "", ""}, // exists already
+        {L"abc", "", "abc", "MXPSCreatePath: Path format is wrong"},
+        {L"x/y", "", "x", "MXPSCreatePath: Path format is wrong"}, // one slash is not enough
+        {L"", "", "", "MXPSCreatePath: Path is empty"},
+        {L"./file/sub/", "", "file/sub", "MXPSCreatePath: Make directory failed"},
+    };
+    for (const auto& [path, made, absent, log] : paths) {
+        const auto [result, message] =
+            WithStderr([&] { return CCommonFunctions::MXPSCreatePath(path); });
+        EXPECT_EQ(result, *made ? 0 : -1) << log;
+        EXPECT_TRUE((!*made || QFileInfo(made).isDir()) &&
+                    (!*absent || !QFileInfo::exists(absent)));
+        EXPECT_THAT(message, Logged(log));
+    }
+    EXPECT_EQ(Mode("c/d"), kDir);
+    QDir::setCurrent(oldCurrent);
+    const auto in = [](const char* c) {
+        return "<root><components><component>" + QByteArray(c) + "</component></components></root>";
+    };
+    const std::tuple<QByteArray, QString, const char*> names[] = {
+        {in("<main>0</main><name>a</name></component><component><main>1</main>"
+            "<displayname>Main Ü</displayname><name>b</name></component>"
+            "<component><main>1</main><displayname>c</displayname>"),
+         QString::fromUtf8("Main Ü"), ""},
+        {in("<displayname/><name>n</name><main>1</main>"), "n", ""},
+        {in("<main>2</main><name>n</name>"), "", ""},
+        {"<root><other/></root>", "", ""},
+        {"not xml", "",
+         "GetMainComDisplayName: Get main component display name Failed: XML file's format  is "
+         "not correct"}};
+    for (const auto& [xml, name, log] : names) {
+        WriteBytes(file, kMark + xml);
+        const auto [got, message] =
+            WithStderr([&] { return CCommonFunctions::GetMainComDisplayName(file); });
+        EXPECT_EQ(got, name);
+        EXPECT_THAT(message, Logged(log));
+    }
+    // Creating the shared folder opens every level of its path to everyone, /usr included:
+    // the modes found are put back, and whatever the test made is removed.
+    const char* levels[] = {"/usr", "/usr/local", "/usr/local/zq_kt_userdata"};
+    const bool madeRoot = !QFileInfo::exists(levels[2]);
+    const unsigned modes[] = {Mode(levels[0]), Mode(levels[1]), Mode(levels[2])};
+    const QString unique = QString("ravel test %1 My App ").arg(getpid());
+    const QString made = levels[2] + ("/" + QString(unique).replace(' ', '_') + "/");
+    ASSERT_FALSE(QFileInfo::exists(made));
+    EXPECT_EQ(CCommonFunctions::GetCompDataDirectory(unique), made);
+    EXPECT_EQ(Mode(made), kDir);
+    QDir(made).removeRecursively();
+    if (madeRoot)
+        QDir().rmdir(levels[2]);
+    for (int i = 0; i < 3 - madeRoot; ++i)
+        chmod(levels[i], modes[i] & 07777);
+}
+
+// A writer killed at any instant leaves the old file or the new one, never a torn one.
+TEST_F(Store, KilledWriterLeavesTheOldOrTheNewFile) {
+    // A long value makes every save big enough to be caught half-way.
+    WriteConfigure("Pad", "Data", QString(32768, 'p'), file);
+    WriteConfigure("State", "Value", "new", file);
+    const QByteArray newBytes = ReadBytes(file);
+    const QByteArray oldBytes = QByteArray(newBytes).replace("<Value>new<", "<Value>old<");
+    for (int round = 0; round < 200; ++round) {
+        QProcess writer; // ends the writer by its PID if an assertion returns early
+        writer.start(STORE_WRITER, {file});
+        ASSERT_TRUE(writer.waitForReadyRead(-1)); // "ready": saved once
+        usleep(QRandomGenerator::global()->bounded(2001));
+        writer.kill(); // SIGKILL to its PID
+        ASSERT_TRUE(writer.waitForFinished(-1) && writer.exitStatus() == QProcess::CrashExit);
+        ASSERT_THAT(ReadBytes(file), testing::AnyOf(oldBytes, newBytes)) << "round " << round;
+        for (const QString& name :
+             QDir(dir.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot))
+            ASSERT_TRUE(name.startsWith("UserInfo.dat") && (name.size() == 12 || name.size() == 19))
+                << name.toStdString(); // Qt's temporary files add six characters
+    }
+}
+
+} // namespace
