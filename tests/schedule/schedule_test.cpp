@@ -33,12 +33,12 @@ void WriteBytes(const QString& path, const QByteArray& bytes) {
 }
 
 // A settings file as the store writes it (BOM, one element a CR LF line) from "Sect/k=v,k=v;...".
-QByteArray Xml(QString spec) {
-    spec.replace("NOW", "2024-03-05 14:02:11");
-    spec.replace(QRegularExpression("([^;/]+)/([^;]*);?"), "<\\1>\r\n\\2</\\1>\r\n");
-    spec.replace(QRegularExpression("([^<>\n,=]+)=([^,<]*),?"), "<\\1>\\2</\\1>\r\n");
-    return "\xEF\xBB\xBF<?xml version=\"1.0\" encoding=\"utf-8\"?>\r\n<root>\r\n" + spec.toUtf8() +
-           "</root>\r\n";
+QByteArray Xml(QString layout) {
+    layout.replace("NOW", "2024-03-05 14:02:11");
+    layout.replace(QRegularExpression("([^;/]+)/([^;]*);?"), "<\\1>\r\n\\2</\\1>\r\n");
+    layout.replace(QRegularExpression("([^<>\n,=]+)=([^,<]*),?"), "<\\1>\\2</\\1>\r\n");
+    return "\xEF\xBB\xBF<?xml version=\"1.0\" encoding=\"utf-8\"?>\r\n<root>\r\n" +
+           layout.toUtf8() + "</root>\r\n";
 }
 
 QByteArray Line(int tabs, const QString& message, const QByteArray& source = "Src/ravel(#)") {
