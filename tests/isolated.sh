@@ -1,0 +1,32 @@
+#!/bin/sh
+# Runs one test program in private network and mount namespaces, so that the agent's fixed places
+# (TCP port 31334, /tmp/RAVEL_tmp, the data root under /usr/local) are the test's own: loopback is
+# up, /tmp is a fresh tmpfs, and /usr is overlaid by a layer in that tmpfs, so no file or mode
+# under /usr changes on the machine. An agent live on the machine and other tests are not seen.
+# Usage: isolated.sh FOLDER... -- PROGRAM [ARG...]
+#   FOLDERs (the source and build trees) stay reachable at their paths even under /tmp.
+# Exits with the program's status; fails without running it when a namespace cannot be made.
+# Sets RAVEL_TEST_ISOLATED=1 for the program.
+exec unshare --net --mount --propagation private sh -c '
+  set -e
+  ip link set lo up
+  tops=""
+  while [ "$1" != "--" ]; do # the first level under /tmp of each folder to keep
+    case $(realpath "$1") in /tmp/?*) tops="$tops $(realpath "$1" | cut -d/ -f3)" ;; esac
+    shift
+  done
+  shift
+  here=$PWD
+  cd /tmp # the machine'"'"'s /tmp stays reachable as "." once covered
+  mount -t tmpfs -o mode=1777 ravel-test-tmp /tmp
+  for top in $tops; do
+    if ! mountpoint -q "/tmp/$top"; then
+      mkdir "/tmp/$top"
+      mount --no-canonicalize --bind "./$top" "/tmp/$top"
+    fi
+  done
+  mkdir /tmp/.usr-upper /tmp/.usr-work
+  mount -t overlay ravel-test-usr \
+    -o lowerdir=/usr,upperdir=/tmp/.usr-upper,workdir=/tmp/.usr-work /usr
+  cd "$here"
+  RAVEL_TEST_ISOLATED=1 exec "$@"' isolated "$@"
