@@ -20,6 +20,15 @@ Output Shell(const QString& command) {
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output};
 }
 
+// The command's step, its status and its output when it fails.
+AssertionResult Succeeds(const QString& command) {
+    const auto [status, output] = Shell(command);
+    if (status == 0)
+        return AssertionSuccess();
+    return AssertionFailure() << command.toStdString() << "\nended with " << status << ":\n"
+                              << output;
+}
+
 QString Quoted(QString text) { // one shell word
     return "'" + text.replace("'", R"('\'')") + "'";
 }
@@ -66,8 +75,8 @@ std::vector<std::string> ExecWords(const std::string& entry) {
 
 class Shipped : public ::testing::Test {
 protected:
-    Output Install(const QString& args) {
-        return Shell(CMAKE_COMMAND " --install " BUILD_DIR " " + args);
+    AssertionResult Install(const QString& args) {
+        return Succeeds(CMAKE_COMMAND " --install " BUILD_DIR " " + args);
     }
 
     AgentPlace place;
@@ -78,7 +87,7 @@ protected:
 
 TEST_F(Shipped, TheAutostartEntryStartsTheInstalledCopyWhichHandsOver) {
     for (const char* component : {"agent", "examples"})
-        ASSERT_EQ(Install("--prefix " + Quoted(prefix) + " --component " + component).first, 0);
+        ASSERT_TRUE(Install("--prefix " + Quoted(prefix) + " --component " + component));
     EXPECT_EQ(
         Shell("readelf -d " + Quoted(QString::fromStdString(agent)) +
               " | grep -o 'Library r[a-z]*path: .*'"),
@@ -112,7 +121,7 @@ TEST_F(Shipped, TheAutostartEntryStartsTheInstalledCopyWhichHandsOver) {
 }
 
 TEST_F(Shipped, EntriesReadByRealParsersRegisterForAUserAndArchiveAsInstalled) {
-    ASSERT_EQ(Install("--prefix " + Quoted(prefix) + " --component agent").first, 0);
+    ASSERT_TRUE(Install("--prefix " + Quoted(prefix) + " --component agent"));
     const QString asJson =
         "python3 -c 'import json, plistlib, sys; "
         "print(json.dumps(plistlib.load(open(sys.argv[1], \"rb\")), sort_keys=True))' ";
@@ -138,39 +147,32 @@ TEST_F(Shipped, EntriesReadByRealParsersRegisterForAUserAndArchiveAsInstalled) {
     const QString script = Quoted(prefix + "login/register-login.sh"), home = place.root + "home",
                   session = "env -u XDG_CONFIG_HOME HOME=" + Quoted(home) + " ",
                   autostart = home + "/.config/autostart/" LOGIN_LABEL ".desktop";
-    for (const char* said : {"registered ", "registered "}) {
-        EXPECT_EQ(Shell(session + script), (Output{0, std::string("register-login.sh: ") + said +
-                                                          autostart.toStdString() + "\n"}));
-        EXPECT_EQ(ReadAll(autostart), ReadAll(entry + ".desktop"));
+    const auto says = [](int status, const QString& text) {
+        return Output{status, "register-login.sh: " + text.toStdString() + "\n"};
+    };
+    for (const auto& [args, said] :
+         std::vector<std::pair<QString, QString>>{{"", "registered "},
+                                                  {"", "registered "},
+                                                  {" --remove", "removed "},
+                                                  {" --remove", "not registered: "}}) {
+        EXPECT_EQ(Shell(session + script + args), says(0, said + autostart));
+        EXPECT_EQ(ReadAll(autostart), args.isEmpty() ? ReadAll(entry + ".desktop") : "");
     }
-    for (const char* said : {"removed ", "not registered: "})
-        EXPECT_EQ(Shell(session + script + " --remove"),
-                  (Output{0, std::string("register-login.sh: ") + said + autostart.toStdString() +
-                                 "\n"}));
-    EXPECT_FALSE(QFile::exists(autostart));
     EXPECT_EQ(
-        Shell("XDG_CONFIG_HOME=" + Quoted(home + "/xdg") + " " + script + " " + Quoted(prefix))
-            .first,
-        0);
-    EXPECT_EQ(ReadAll(home + "/xdg/autostart/" LOGIN_LABEL ".desktop"),
-              ReadAll(entry + ".desktop"));
+        Shell("XDG_CONFIG_HOME=" + Quoted(home + "/xdg") + " " + script + " " + Quoted(prefix)),
+        says(0, "registered " + home + "/xdg/autostart/" LOGIN_LABEL ".desktop"));
     EXPECT_EQ(
         Shell(session + script + " " + Quoted(home)),
-        (Output{1, "register-login.sh: " + home.toStdString() +
-                       " is not an installed ravel folder: no ravel.app/Contents/MacOS/ravel\n"}));
+        says(1, home + " is not an installed ravel folder: no ravel.app/Contents/MacOS/ravel"));
 
     // The archive unpacked is what `cmake --install` puts into the configured prefix.
     const QString packages = place.root + "packages/", staged = place.root + "staged",
                   unpacked = place.root + "unpacked";
-    ASSERT_EQ(
-        Shell(CPACK_COMMAND " --config " BUILD_DIR "/CPackConfig.cmake -B " + Quoted(packages))
-            .first,
-        0);
-    ASSERT_EQ(
-        Shell("DESTDIR=" + Quoted(staged) + " " + CMAKE_COMMAND " --install " BUILD_DIR).first, 0);
-    ASSERT_EQ(Shell("mkdir " + Quoted(unpacked) + " && tar -xzf " + Quoted(packages) +
-                    "*.tar.gz -C " + Quoted(unpacked)),
-              (Output{0, ""}));
+    ASSERT_TRUE(
+        Succeeds(CPACK_COMMAND " --config " BUILD_DIR "/CPackConfig.cmake -B " + Quoted(packages)));
+    ASSERT_TRUE(Succeeds("DESTDIR=" + Quoted(staged) + " " CMAKE_COMMAND " --install " BUILD_DIR));
+    ASSERT_TRUE(Succeeds("mkdir " + Quoted(unpacked) + " && tar -xzf " + Quoted(packages) +
+                         "ravel-*.tar.gz -C " + Quoted(unpacked)));
     const QString listing = " && find . -printf '%p %M %s\\n' | sort";
     const Output files = Shell("cd " + Quoted(staged) + listing);
     EXPECT_THAT(files.second,
