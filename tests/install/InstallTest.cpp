@@ -37,21 +37,19 @@ QString Quoted(QString text) { // one shell word
 // \\) first, then words at blanks outside double quotes, where \ takes the next character as it
 // is; %% is a percent sign.
 std::vector<std::string> ExecWords(const std::string& entry) {
+    static const std::map<char, char> escapes{{'s', ' '}, {'n', '\n'}, {'t', '\t'}, {'r', '\r'}};
     std::istringstream lines(entry);
     std::string line, value;
-    while (std::getline(lines, line) && line.rfind("Exec=", 0) != 0)
-        line.clear();
-    for (size_t i = 5; i < line.size(); ++i) {
+    while (std::getline(lines, line) && line.rfind("Exec=", 0) != 0) {
+    }
+    for (size_t i = 5; i < line.size(); ++i) { // empty without an Exec line
         const char c = line[i], next = i + 1 < line.size() ? line[i + 1] : '\0';
-        if (c != '\\' || !next)
+        if (c != '\\' || !next) {
             value += c;
-        else
-            value += next == 's'   ? ' '
-                     : next == 'n' ? '\n'
-                     : next == 't' ? '\t'
-                     : next == 'r' ? '\r'
-                                   : next,
-                ++i;
+            continue;
+        }
+        value += escapes.count(next) ? escapes.at(next) : next;
+        ++i;
     }
     std::vector<std::string> words;
     bool quoted = false, inWord = false;
