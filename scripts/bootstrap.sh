@@ -11,6 +11,7 @@ packages=(
     libxml2-utils    # xmllint, an independent reader of the settings files in tests
     procps           # ps, used by the agent's process-table test
     iproute2         # ip: loopback up in the tests' private network namespaces
+    python3 desktop-file-utils  # plistlib and desktop-file-validate read the login entries in tests
 )
 
 missing=()

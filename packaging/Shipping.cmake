@@ -1,0 +1,31 @@
+# Putting ravel into a product's installed folder: the login entries and the .tar.gz archive.
+# The agent's and the examples' own install rules live beside their targets.
+
+# The labels name files and launchd jobs: reverse-domain names only.
+foreach(var RAVEL_LOGIN_LABEL RAVEL_BUNDLE_IDENTIFIER)
+    if(NOT "${${var}}" MATCHES "^[A-Za-z0-9-]+(\\.[A-Za-z0-9-]+)+$")
+        message(FATAL_ERROR
+            "${var} \"${${var}}\" is not a reverse-domain name such as com.example.ravel")
+    endif()
+endforeach()
+
+# Installs <prefix>/login/<RAVEL_LOGIN_LABEL>.plist and .desktop, filled at install time for the
+# folder installed into, and scripts/register-login.sh beside them, in `component`.
+function(ravel_install_login_entries component)
+    set(here "${CMAKE_CURRENT_FUNCTION_LIST_DIR}")
+    install(CODE "include(\"${here}/LoginEntries.cmake\")
+        ravel_fill_login_entries(\"${RAVEL_LOGIN_LABEL}\" \"${here}\")"
+        COMPONENT ${component})
+    install(PROGRAMS ${PROJECT_SOURCE_DIR}/scripts/register-login.sh
+        DESTINATION login COMPONENT ${component})
+endfunction()
+
+# `cpack --config build/CPackConfig.cmake`: one .tar.gz of everything `cmake --install` puts
+# into CMAKE_INSTALL_PREFIX, staged through DESTDIR so that the login entries name that folder.
+# Unpacked at / (or anywhere, then looked at below the prefix) it is the installed folder.
+set(CPACK_GENERATOR TGZ)
+set(CPACK_SOURCE_GENERATOR TGZ)
+set(CPACK_SET_DESTDIR ON)
+set(CPACK_INCLUDE_TOPLEVEL_DIRECTORY OFF)
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "ravel, the update agent, in a product's installed folder")
+include(CPack)
