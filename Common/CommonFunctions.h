@@ -8,8 +8,8 @@
 
 class CMarkupSTL;
 
-extern const char UTF8_FILE_HEADER[];  // EF BB BF
-extern const char UTF8_XML_HEADER[];   // <?xml version="1.0" encoding="utf-8"?>\r\n
+extern const char UTF8_FILE_HEADER[]; // EF BB BF
+extern const char UTF8_XML_HEADER[];  // <?xml version="1.0" encoding="utf-8"?>\r\n
 extern const char SEAL_PASS_PHRASE[];
 
 class CCommonFunctions {

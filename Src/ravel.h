@@ -7,12 +7,12 @@
 
 // The schedule record, filled afresh from UserInfo.dat on every check.
 struct CONFIG_INFO {
-    quint32 nStrategy;        // 1 cycle, 0 never
-    quint32 nUpdateCycle;     // days
-    quint32 nDelayTimes;      // delay round, 1 to 3 after reading
-    quint32 bContinue;        // an interrupted run is to be resumed
-    quint32 nDelayTime;       // seconds since the epoch; 0 = no delay drawn yet
-    quint32 nLastLaunchTime;  // seconds since the epoch
+    quint32 nStrategy;       // 1 cycle, 0 never
+    quint32 nUpdateCycle;    // days
+    quint32 nDelayTimes;     // delay round, 1 to 3 after reading
+    quint32 bContinue;       // an interrupted run is to be resumed
+    quint32 nDelayTime;      // seconds since the epoch; 0 = no delay drawn yet
+    quint32 nLastLaunchTime; // seconds since the epoch
 };
 
 // File layout: 0 success, 1 updater, 2 UserInfo.dat, 3 Tidewater.dat, 4 UpdateInfo.dat missing.

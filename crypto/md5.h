@@ -9,8 +9,8 @@ extern "C" {
 #endif
 
 typedef struct {
-    uint32_t total[2];      /* bytes processed, low word first */
-    uint32_t state[4];      /* chaining values A, B, C, D */
+    uint32_t total[2];        /* bytes processed, low word first */
+    uint32_t state[4];        /* chaining values A, B, C, D */
     unsigned char buffer[64]; /* pending partial block */
 } md5_context;
 
