@@ -1,10 +1,14 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds everything and runs every test.
+# Installs what is missing, checks the formatting, builds everything (warnings are errors) and
+# runs every test.
 # Usage: scripts/test.sh [default|asan|all]   (default: all = plain build, then sanitizer build)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 bash scripts/bootstrap.sh
+
+echo "== formatting check"
+bash scripts/format.sh --check
 
 run_preset() {
     local preset=$1
