@@ -49,6 +49,7 @@ extern IPolicyPlugin* (*fnCreatePlugin)();
 extern IPolicyPlugin* g_pRegister;
 void* GetRegisterInstance();
 void InitAgent();
+void DropPluginLibrary();
 
 // The whole start-up sequence; main() only forwards to it.
 int RavelMain(int argc, char* argv[]);
