@@ -20,6 +20,12 @@ extern QString g_qstrTidewaterIniPath;  // set by InitFilePath
 extern QString g_qstrUpdateInfoDatPath; // set by InitFilePath
 extern QString g_qstrTidewaterExePath;  // set by InitFilePath
 
+// The folder holding the bundle (three levels above the executable's folder), ending with "/".
 QString GetExeDir();
+// The home folder + "/Application Data" (no trailing "/"). Unused by the agent.
 QString GetUserDirectory();
+// The data folder + "log/" (`bLog`) or + "Brightwell/" (the duplicate folder). The data folder
+// is "DupInfo"/"DuplicatePath" of g_qstrOrgPath + Tidewater.dat, with a "/" added when missing;
+// when the key is empty it is computed with GetCompDataDirectory from the display name in
+// g_qstrOrgDat (creating that folder, opened to everyone) and written back to Tidewater.dat.
 QString GetDuplicatePath(bool bLog);

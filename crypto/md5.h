@@ -14,8 +14,12 @@ typedef struct {
     unsigned char buffer[64]; /* pending partial block */
 } md5_context;
 
+/* Starts a new digest in `ctx`. */
 void md5_starts(md5_context* ctx);
+/* Adds `length` bytes of `input` (may be null when `length` is 0); any split of a message into
+   pieces gives the same digest. */
 void md5_update(md5_context* ctx, const unsigned char* input, unsigned int length);
+/* Writes the 16-byte digest of everything added. `ctx` must be started again before reuse. */
 void md5_finish(md5_context* ctx, unsigned char digest[16]);
 
 #ifdef __cplusplus
