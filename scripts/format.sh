@@ -14,5 +14,13 @@ case "${1:-}" in
         ;;
 esac
 
-git ls-files -z -- '*.c' '*.cc' '*.cpp' '*.cxx' '*.h' '*.hh' '*.hpp' |
-    xargs -0 -r clang-format "${mode[@]}"
+sources() {
+    if git rev-parse --is-inside-work-tree >/dev/null 2>&1; then
+        git ls-files -z -- '*.c' '*.cc' '*.cpp' '*.cxx' '*.h' '*.hh' '*.hpp'
+    else # an unpacked copy: every source outside the build folders
+        find . -path './build*' -prune -o -type f \( -name '*.c' -o -name '*.cc' -o -name '*.cpp' \
+            -o -name '*.cxx' -o -name '*.h' -o -name '*.hh' -o -name '*.hpp' \) -print0
+    fi
+}
+
+sources | xargs -0 -r clang-format "${mode[@]}"
