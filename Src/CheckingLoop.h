@@ -13,9 +13,10 @@ public:
     // "QLocalServer listen failed." and ends the process with status 0. `name` and `parent` are
     // unused.
     explicit CheckingLoop(const QString& name, QObject* parent = nullptr);
-    // One schedule check: resumes an interrupted run, ends the process with status 0 under
-    // strategy "never" when RunWithSystem is false, or starts the updater with "auto" when due
-    // (see IsTimeToLaunchUpdate). May write UserInfo.dat; logs "Sleep %u Minutes" last.
+    // One schedule check, reading Tidewater.dat and UserInfo.dat afresh: resumes an interrupted
+    // run (unless the strategy is "never" while RunWithSystem is true), ends the process with
+    // status 0 under "never" when RunWithSystem is false, or starts the updater with "auto" when
+    // due (see IsTimeToLaunchUpdate). May write UserInfo.dat; logs "Sleep %u Minutes" last.
     void check();
 
 protected:
