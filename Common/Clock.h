@@ -4,6 +4,7 @@
 #include <QDateTime>
 #include <functional>
 
+// The local date and time now, or what the function given to SetClockForTesting returns.
 QDateTime CurrentDateTime();
 
 // Seconds since the epoch as the old 32-bit API gave them: an invalid or out-of-range

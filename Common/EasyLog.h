@@ -4,12 +4,22 @@
 #include <QFile>
 #include <cstring>
 
+// Lines read "[source(line)][yyyy-MM-dd hh:mm:ss]", one tab per indentation level, then
+// "[message]-->" and the line break; banners mark each start and the end of the process.
 class CEasyLog : public QFile {
 public:
+    // Logging is on but nothing is written until Init opens the file.
     CEasyLog();
+    // Writes the closing banner when the log is open.
     ~CEasyLog() override;
 
+    // Turns logging off when "LOG"/"LogSwitch" of g_qstrOrgPath + "Tidewater.dat" reads as 0.
+    // Otherwise creates the log folder (GetDuplicatePath(true), one level) and the file
+    // `fileName` in it, opens both to everyone, empties a file over 5 MiB, and writes the start
+    // banner. Failures are not reported: an unopened log stays silent.
     void Init(const QString& fileName);
+    // Formats one line (message cut at 1022 characters) and writes and flushes it; does nothing
+    // when logging is off or the file is not open.
     void WriteLogInfo(const char* format, ...)
 #if defined(__GNUC__)
         __attribute__((format(printf, 2, 3)))
@@ -20,9 +30,11 @@ public:
     // can exercise several start-ups.
     void ResetForTesting();
 
+    // Call-site state, set by the macros below: tabs before the message, source line and name.
     int m_nIndent;
     int m_nLine;
     char m_szFile[256];
+    // Non-zero while logging is on.
     int m_bEnable;
 
 private:
@@ -31,7 +43,9 @@ private:
     void WritePiece(const QString& piece);
 };
 
+// The process's one log.
 extern CEasyLog g_EazyLog;
+// The line break written after every line.
 extern const char* g_chgLine;
 
 // Records the call site, then writes one line. Source names are given per library through

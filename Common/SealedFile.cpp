@@ -1,6 +1,7 @@
 // The file layer under every settings file: whole-file reads whatever the encoding mark, saves
 // with the UTF-8 mark, optional sealing with triple DES, and the digests used to compare files.
 #include "CommonFunctions.h"
+#include "FileHandle.h"
 
 #include "MarkupSTL.h"
 #include "StrConv.h"
@@ -32,11 +33,6 @@ const size_t kKeyLength = 24;
 const size_t kDigestChunk = 51200;
 const int kMaxRandomBytes = 128;
 
-struct FileCloser {
-    void operator()(FILE* file) const { std::fclose(file); }
-};
-using FilePtr = std::unique_ptr<FILE, FileCloser>;
-
 // A folder opens for reading too, and its "size" can be absurd: only plain files are read.
 bool IsPlainFile(FILE* file) {
     struct stat info;
@@ -47,7 +43,7 @@ bool IsPlainFile(FILE* file) {
 // The buffer carries one extra zero byte so that the text can be read as a C string.
 std::vector<char> ReadWholeFile(const std::string& path, long& size) {
     size = 0;
-    FilePtr file(std::fopen(path.c_str(), "rb"));
+    FileHandle file = OpenFile(path.c_str(), "rb");
     if (!file || !IsPlainFile(file.get()) || std::fseek(file.get(), 0, SEEK_END) != 0)
         return {};
     size = std::ftell(file.get());
@@ -232,7 +228,7 @@ std::string Md5Hash(const std::string& bytes) {
 }
 
 std::string Md5File(const std::string& path) {
-    FilePtr file(std::fopen(path.c_str(), "rb"));
+    FileHandle file = OpenFile(path.c_str(), "rb");
     if (!file)
         return std::string();
     md5_context context;

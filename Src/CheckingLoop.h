@@ -5,16 +5,26 @@
 
 class QTcpServer;
 
+// One per resident agent, alive for the whole run; it has no parent.
 class CheckingLoop : public QObject {
     Q_OBJECT
 public:
+    // Listens on 127.0.0.1:31334, the single-instance lock. When the port is taken, logs
+    // "QLocalServer listen failed." and ends the process with status 0. `name` and `parent` are
+    // unused.
     explicit CheckingLoop(const QString& name, QObject* parent = nullptr);
+    // One schedule check, reading Tidewater.dat and UserInfo.dat afresh: resumes an interrupted
+    // run (unless the strategy is "never" while RunWithSystem is true), ends the process with
+    // status 0 under "never" when RunWithSystem is false, or starts the updater with "auto" when
+    // due (see IsTimeToLaunchUpdate). May write UserInfo.dat; logs "Sleep %u Minutes" last.
     void check();
 
 protected:
+    // Any timer event runs check().
     void timerEvent(QTimerEvent* event) override;
 
 public slots:
+    // A client connected to the port: logs and ends the process with status 0.
     void newConnection();
 
 private:

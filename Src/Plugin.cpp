@@ -14,17 +14,13 @@ JLibrary* hModule = nullptr;
 IPolicyPlugin* (*fnCreatePlugin)() = nullptr;
 IPolicyPlugin* g_pRegister = nullptr;
 
-namespace {
-
-void DropLibrary() {
+void DropPluginLibrary() {
     if (hModule) {
         hModule->unload();
         delete hModule;
         hModule = nullptr;
     }
 }
-
-} // namespace
 
 void* GetRegisterInstance() {
     if (!fnCreatePlugin) {
@@ -52,7 +48,7 @@ void* GetRegisterInstance() {
         fnCreatePlugin = reinterpret_cast<CreatePluginFn>(hModule->resolve("CreatePlugin"));
         if (!fnCreatePlugin) {
             RAVEL_LOG("load PolicyProbe fail 2");
-            DropLibrary();
+            DropPluginLibrary();
             return nullptr;
         }
     }

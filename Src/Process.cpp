@@ -1,5 +1,6 @@
 // Process-level services: the process-table test, starting programs, small utilities.
 #include "EasyLog.h"
+#include "FileHandle.h"
 #include "ravel.h"
 
 #include <QFileInfo>
@@ -51,11 +52,9 @@ bool CountsAnotherInstance(FILE* file, const std::string& name) {
 bool IsProcessRunning(const QString& name) {
     const int ignored = std::system("ps -wwax | grep ravel | grep -v \"grep\" > /tmp/RAVEL_tmp");
     (void)ignored;
-    FILE* file = std::fopen(kProcessListFile, "r");
-    const bool running = CountsAnotherInstance(file, name.toLocal8Bit().toStdString());
-    if (file) {
-        std::fclose(file);
-    }
+    FileHandle file = OpenFile(kProcessListFile, "r");
+    const bool running = CountsAnotherInstance(file.get(), name.toLocal8Bit().toStdString());
+    file.reset();
     std::remove(kProcessListFile);
     return running;
 }

@@ -6,7 +6,6 @@
 #include "CommonFunctions.h"
 #include "EasyLog.h"
 #include "FileLayout.h"
-#include "JLibrary.h"
 #include "ravel.h"
 
 #include <QCoreApplication>
@@ -76,11 +75,7 @@ int StayResident(CheckingLoop& loop) {
     loop.startTimer(static_cast<int>(timerMinutes * 60000u));
     InitAgent();
     const int result = QCoreApplication::exec();
-    if (hModule) {
-        hModule->unload();
-        delete hModule;
-        hModule = nullptr;
-    }
+    DropPluginLibrary();
     return result;
 }
 

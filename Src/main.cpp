@@ -1,3 +1,5 @@
 #include "ravel.h"
 
-int main(int argc, char* argv[]) { return RavelMain(argc, argv); }
+int main(int argc, char* argv[]) {
+    return RavelMain(argc, argv);
+}

@@ -7,37 +7,78 @@
 
 // The schedule record, filled afresh from UserInfo.dat on every check.
 struct CONFIG_INFO {
-    quint32 nStrategy;        // 1 cycle, 0 never
-    quint32 nUpdateCycle;     // days
-    quint32 nDelayTimes;      // delay round, 1 to 3 after reading
-    quint32 bContinue;        // an interrupted run is to be resumed
-    quint32 nDelayTime;       // seconds since the epoch; 0 = no delay drawn yet
-    quint32 nLastLaunchTime;  // seconds since the epoch
+    quint32 nStrategy;       // 1 cycle, 0 never
+    quint32 nUpdateCycle;    // days
+    quint32 nDelayTimes;     // delay round, 1 to 3 after reading
+    quint32 bContinue;       // an interrupted run is to be resumed
+    quint32 nDelayTime;      // seconds since the epoch; 0 = no delay drawn yet
+    quint32 nLastLaunchTime; // seconds since the epoch
 };
 
-// File layout: 0 success, 1 updater, 2 UserInfo.dat, 3 Tidewater.dat, 4 UpdateInfo.dat missing.
+// Sets g_qstrTidewaterIniPath, g_qstrUpdateInfoDatPath and (unless `bDup`) g_qstrTidewaterExePath
+// from `path` (a folder ending with "/"). When "UpdateSetting"/"RunWithSystem" of Tidewater.dat
+// is true or absent, returns 0 without checking any file. Otherwise logs and returns the first
+// missing file: 2 UserInfo.dat (only when `bDup`), 1 the updater, 3 Tidewater.dat, 4
+// UpdateInfo.dat; 0 when all exist.
 int InitFilePath(const QString& path, bool bDup);
 
 // Schedule and launch decision.
+// Fills `info` from UserInfo.dat (g_qstrUserInfoIniPath) and writes repaired values back: a
+// strategy other than "cycle"/"never" becomes "cycle"; an UpdateCycle of 0 takes the stored text
+// again with "ConfigCycleDefault" of Tidewater.dat (else 1) as default; a status neither
+// resumable nor "ready" becomes "ready"; an unreadable LastLaunchTime becomes now; DelayTimes
+// outside 1 to 3 becomes 1. Never fails: a missing file gives the defaults.
 void ReadConfigInfo(CONFIG_INFO& info);
+// True when the updater is due now: the cycle is over (strictly) and either AutoCheckNow of
+// Tidewater.dat is non-zero (the default), the drawn delay has passed, or the third delay round
+// is reached. When no delay is drawn yet, draws one within TimeRandomRange minutes (default 720;
+// half of it in the second round), writes "DelayInfo"/"DelayTime" to UserInfo.dat.
 bool IsTimeToLaunchUpdate(const CONFIG_INFO& info);
+// At start-up: a delay that ran out while the agent was away counts as one more round.
+// Writes "DelayInfo"/"DelayTime" = 1 and DelayTimes + 1 to UserInfo.dat; no change in round 3.
 void CheckMissed();
+// True for the statuses of an interrupted run: "querying", "downloading", "downloaded".
 bool NeedContinue(const QString& status);
 
 // Deployment into the duplicate folder.
+// Refreshes the duplicate folder `dst` from the installed folder `src` (both ending with "/"):
+// the bundle, every "lib*.dylib", the data folders when absent or when the "item" value of
+// Config.xml changed, and Tidewater.dat when absent (an existing one is never replaced). Opens
+// `dst`, the copies and the two data folders to everyone. Returns 0, or -1 when the bundle
+// cannot be copied into an existing `dst` or a needed Tidewater.dat copy fails.
 int CopyFileToDup(const QString& src, const QString& dst);
+// Meant to compare the installed and deployed agents by MD5; both paths are built from `src`, so
+// the result is always false.
 bool IsNewVersion(const QString& src, const QString& dst);
+// Copies every "lib*.dylib" (case-sensitive) of g_qstrOrgPath into the duplicate folder,
+// creating that folder (opened to everyone) when missing. A failed copy is logged and skipped.
 void CopyDependLib();
+// True when both Config.xml files (8-bit paths) load and the "value" of their first top-level
+// "item" differs. False when `dstXml` is missing, a file does not parse or has no "item".
 bool IsCopyFile(const std::string& srcXml, const std::string& dstXml);
+// Adds read, write and execute for everyone to `path` (a file or a folder, not its contents);
+// the framework's result. See CCommonFunctions::setFilePermissions.
 bool setFilePermissions(const QString& path);
+// CCommonFunctions::MXPSCopyFile as 0 (copied) or -1.
 int CopyOneFile(const QString& src, const QString& dst);
+// -1 for an empty path or when the folder cannot be made; 0 when it exists or was made (every
+// missing level), the folder then being opened to everyone.
 int CreatePath(const QString& path);
+// Opens `path` to everyone, then removes it; true when removed.
 bool DeleteSpecialFile(const QString& path);
 
 // Processes.
+// True when a second process whose command line contains `name` (the agent's own executable
+// path) is running. Writes the filtered process table to "/tmp/RAVEL_tmp" through "ps" in a
+// shell and removes it again; false when the table cannot be produced or read.
 bool IsProcessRunning(const QString& name);
+// Logs `path`, refreshes the libraries (CopyDependLib), then starts the program `path` (blanks
+// allowed) with the argument text `args`: detached, or waited for when `wait`. Starts nothing
+// for an empty `path`. Always returns 0: a program that cannot start goes unnoticed.
 int ExecuteFile(const QString& path, const QString& args, bool wait);
+// True when a file or folder exists at `path`.
 bool IsFileExist(const QString& path);
+// Sleeps `ms` / 1000 whole seconds, at least one; returns the seconds left unslept.
 unsigned int ThreadSleep(unsigned int ms);
 
 // The strategy plug-in.
@@ -47,8 +88,18 @@ class IPolicyPlugin;
 extern JLibrary* hModule;
 extern IPolicyPlugin* (*fnCreatePlugin)();
 extern IPolicyPlugin* g_pRegister;
+// The plug-in object made by "CreatePlugin" of "libPolicyProbe.dylib" beside the bundle (three
+// folders above the executable's), loading the library on first use. Null, logged, when the
+// library or its factory is missing; the library is then dropped and the next call tries again.
 void* GetRegisterInstance();
+// Creates the plug-in object once and calls its Init; every failure is logged and ignored.
 void InitAgent();
+// Unloads and deletes the plug-in library, if any, and clears hModule. The plug-in object is
+// not destroyed.
+void DropPluginLibrary();
 
-// The whole start-up sequence; main() only forwards to it.
+// The whole start-up sequence; the result is the process's exit status. Without an argument
+// naming an existing folder: deploys into the duplicate folder, starts the duplicate with the
+// installed folder as its argument, and returns 0 (-1 on failure). With one: stays resident
+// until told to end through port 31334. Returns 0 at once when another agent runs.
 int RavelMain(int argc, char* argv[]);

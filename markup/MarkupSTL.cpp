@@ -1,4 +1,5 @@
 #include "MarkupSTL.h"
+#include "FileHandle.h"
 
 #include <climits>
 #include <cstdio>
@@ -131,24 +132,24 @@ bool CMarkupSTL::SetDoc(const char* text) {
 }
 
 bool CMarkupSTL::Load(const char* path) {
-    FILE* file = path ? std::fopen(path, "rb") : nullptr;
+    FileHandle file = OpenFile(path, "rb");
     if (!file) {
         SetDoc(nullptr);
         return false;
     }
     long size = -1;
-    if (std::fseek(file, 0, SEEK_END) == 0)
-        size = std::ftell(file);
+    if (std::fseek(file.get(), 0, SEEK_END) == 0)
+        size = std::ftell(file.get());
     std::string text;
-    if (size > 0 && std::fseek(file, 0, SEEK_SET) == 0) {
+    if (size > 0 && std::fseek(file.get(), 0, SEEK_SET) == 0) {
         // Read by chunks rather than trusting the size: folders and devices report odd sizes.
         char chunk[65536];
         size_t got;
         while (text.size() <= static_cast<size_t>(size) &&
-               (got = std::fread(chunk, 1, sizeof chunk, file)) > 0)
+               (got = std::fread(chunk, 1, sizeof chunk, file.get())) > 0)
             text.append(chunk, got);
     }
-    std::fclose(file);
+    file.reset();
     if (size <= 0 || text.size() != static_cast<size_t>(size)) {
         SetDoc(nullptr);
         return false;
@@ -157,12 +158,12 @@ bool CMarkupSTL::Load(const char* path) {
 }
 
 bool CMarkupSTL::Save(const char* path) {
-    FILE* file = path ? std::fopen(path, "wb") : nullptr;
+    FileHandle file = OpenFile(path, "wb");
     if (!file)
         return false;
-    const bool written = std::fwrite(docText.data(), 1, docText.size(), file) == docText.size();
-    const bool closed = std::fclose(file) == 0;
-    return written && closed;
+    const bool written =
+        std::fwrite(docText.data(), 1, docText.size(), file.get()) == docText.size();
+    return CloseFile(file) && written;
 }
 
 bool CMarkupSTL::IsWellFormed() const {

@@ -7,27 +7,51 @@
 #include <string>
 #include <vector>
 
+// The cursor is three slots: the parent, the main position (an element under the parent) and
+// the child position (an element under the main one); 0 means none. A failed call leaves the
+// document and the cursor as they were. Copies are independent; not safe across threads.
 class CMarkupSTL {
 public:
+    // An empty document; or `text` parsed as by SetDoc.
     CMarkupSTL() { SetDoc(nullptr); }
     explicit CMarkupSTL(const char* text) { SetDoc(text); }
     CMarkupSTL(const CMarkupSTL& other) { *this = other; }
+    // Copies the text, the index and the cursor; the target keeps its own error text and saved
+    // positions.
     CMarkupSTL& operator=(const CMarkupSTL& other);
     virtual ~CMarkupSTL() = default;
 
     // Document
+    // Replaces the document with `text` (null: empty) and indexes it; the cursor goes back to
+    // the start and saved positions are dropped. True when the text holds a well-formed root
+    // element; otherwise the text is kept unindexed and GetError tells why. Text after the root
+    // element is kept but not indexed.
     bool SetDoc(const char* text);
+    // SetDoc of the whole file. False, with an empty document, for a null path or a file that
+    // cannot be opened, is empty or cannot be read in full.
     bool Load(const char* path);
+    // Writes the text as it stands (no mark is added) to `path`, creating or truncating it. True
+    // when every byte reached the file; false for a null path or a write error.
     bool Save(const char* path);
+    // True when a root element is indexed.
     bool IsWellFormed() const;
+    // The whole text. The last parse error message, kept until the next error.
     const std::string& GetDoc() const { return docText; }
     const std::string& GetError() const { return errorText; }
 
     // Navigation
+    // Moves the main position to the next element under the parent whose tag matches `name`
+    // (any for null or empty; "a" also matches "a b" and "a[1]"). Clears the child position.
     bool FindElem(const char* name = nullptr);
+    // Moves the child position to the next matching element under the main position, first
+    // finding a main element when there is none.
     bool FindChildElem(const char* name = nullptr);
+    // The main position becomes the parent and the child position the main one. Needs a main
+    // element.
     bool IntoElem();
+    // The reverse of IntoElem. Needs a parent.
     bool OutOfElem();
+    // Clear the child position; also the main one; also the parent (back to the document).
     void ResetChildPos() { childPos = 0; }
     void ResetMainPos() {
         childPos = 0;
@@ -38,21 +62,35 @@ public:
         parentPos = 0;
         ResetMainPos();
     }
+    // Keeps the cursor under `name`, replacing an earlier one; false for a null name.
     bool SavePos(const char* name);
+    // Restores the cursor kept under `name`. False for a null or unknown name, or when one of
+    // its elements was removed since.
     bool RestorePos(const char* name);
 
     // Reading
+    // Empty when there is no such element or value. Tag names and attribute names as
+    // they stand; data and attribute values with entities and character references decoded.
+    // An element with child elements has no data; the data of a CDATA section is taken as is.
+    // A sub-document is the element's text, with the whitespace after it when a tag follows.
     std::string GetTagName() const;
     std::string GetChildTagName() const { return x_GetTagName(childPos); }
     std::string GetData() const { return x_GetData(mainPos); }
     std::string GetChildData() const { return x_GetData(childPos); }
+    // Only quoted values are found: "<e v=1/>" has no attribute "v".
     std::string GetAttrib(const char* name) const { return x_GetAttrib(mainPos, name); }
     std::string GetChildAttrib(const char* name) const { return x_GetAttrib(childPos, name); }
+    // The name of the `n`th attribute (from 0) of the main element.
     std::string GetAttribName(int n) const;
     std::string GetSubDoc() const { return x_GetSubDoc(mainPos); }
     std::string GetChildSubDoc() const { return x_GetSubDoc(childPos); }
 
     // Writing
+    // Each returns true on success and moves the main (or child) position to what was
+    // added. A new element is written as "<name>data</name>" or "<name/>", then CR LF; data is
+    // escaped. An element goes after (Add) or before (Insert) the main position, or under the
+    // main element next to the child position (Child forms). False for a null or empty name, for
+    // a second root, or for a child without a main element.
     bool AddElem(const char* name, const char* data = nullptr) {
         return x_AddElem(name, data, false, false);
     }
@@ -65,8 +103,13 @@ public:
     bool InsertChildElem(const char* name, const char* data = nullptr) {
         return x_AddElem(name, data, true, true);
     }
+    // Replaces the content of an element without child elements with `text`, escaped, or as a
+    // CDATA section when `cdata` is non-zero and `text` holds no "]]>". False when the element
+    // has children or there is none.
     bool SetData(const char* text, int cdata = 0) { return x_SetData(mainPos, text, cdata); }
     bool SetChildData(const char* text, int cdata = 0) { return x_SetData(childPos, text, cdata); }
+    // Sets or adds the attribute (value escaped, quotes included; an int as "%d"). False for a
+    // null or empty name, no element, or an existing value that runs past the tag's ">".
     bool SetAttrib(const char* name, const char* value) {
         return x_SetAttrib(mainPos, name, value);
     }
@@ -75,14 +118,21 @@ public:
         return x_SetAttrib(childPos, name, value);
     }
     bool SetChildAttrib(const char* name, int value);
+    // Removes the main (child) element with its subtree and the whitespace after it when a
+    // tag follows; the position moves to the previous sibling, or to none.
     bool RemoveElem();
     bool RemoveChildElem();
+    // Adds the first element of `text` (what comes before it is dropped) with its subtree, placed
+    // as AddElem places an element; GetError tells why a text does not parse. False when there is
+    // no parent (no root, or at document level for the non-child forms) or when the element
+    // does not end within `text`.
     bool AddSubDoc(const char* text) { return x_AddSubDoc(text, false, false); }
     bool InsertSubDoc(const char* text) { return x_AddSubDoc(text, true, false); }
     bool AddChildSubDoc(const char* text) { return x_AddSubDoc(text, false, true); }
     bool InsertChildSubDoc(const char* text) { return x_AddSubDoc(text, true, true); }
 
     // Escaping, usable on any text.
+    // "&", "<" and ">" as entities; with `attribute` also "'" and '"'. Empty for null.
     static std::string x_TextToDoc(const char* text, bool attribute = false);
 
 protected:

@@ -3,6 +3,7 @@
 
 #include <string>
 
+// Owns at most one handle from dlopen; the destructor unloads it.
 class JLibrary {
 public:
     // "dir/Name" becomes "dir/libName.dylib"; nothing is opened yet.
@@ -11,10 +12,16 @@ public:
     JLibrary(const JLibrary&) = delete;
     JLibrary& operator=(const JLibrary&) = delete;
 
+    // Opens the library (RTLD_LAZY) unless already open; false when dlopen fails.
     bool load();
+    // True after a successful load().
     bool isLoaded() const;
+    // The address of `symbol`, opening the library first when needed; null when the library
+    // cannot be opened or lacks the symbol.
     void* resolve(const char* symbol);
+    // Closes the library; true when nothing was open or dlclose succeeded (false keeps it open).
     bool unload();
+    // The library file name made by the constructor.
     const std::string& path() const { return m_strPath; }
 
 private:

@@ -12,6 +12,7 @@ packages=(
     procps           # ps, used by the agent's process-table test
     iproute2         # ip: loopback up in the tests' private network namespaces
     python3 desktop-file-utils  # plistlib and desktop-file-validate read the login entries in tests
+    clang-format     # the formatting check in scripts/test.sh
 )
 
 missing=()

@@ -1,10 +1,14 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds everything and runs every test.
+# Installs what is missing, checks the formatting, builds everything (warnings are errors) and
+# runs every test.
 # Usage: scripts/test.sh [default|asan|all]   (default: all = plain build, then sanitizer build)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 bash scripts/bootstrap.sh
+
+echo "== formatting check"
+bash scripts/format.sh --check
 
 # Stands in for an agent live on this machine: a listener on its port, outside the tests'
 # namespaces. The tests must neither reach it nor be stopped by it; it notes each connection.

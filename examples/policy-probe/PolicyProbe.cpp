@@ -1,5 +1,6 @@
 // A sample strategy plug-in. Its Init leaves a trace that a person or a test can see: a line on
 // standard error and a line appended to "PolicyProbe.trace" beside the library.
+#include "FileHandle.h"
 #include "PolicyPlugin.h"
 
 #include <dlfcn.h>
@@ -26,9 +27,8 @@ public:
     int Init() override {
         const long pid = static_cast<long>(getpid());
         std::fprintf(stderr, "PolicyProbe: Init in process %ld\n", pid);
-        if (FILE* trace = std::fopen(TraceFileBesideLibrary().c_str(), "a")) {
-            std::fprintf(trace, "Init in process %ld\n", pid);
-            std::fclose(trace);
+        if (FileHandle trace = OpenFile(TraceFileBesideLibrary().c_str(), "a")) {
+            std::fprintf(trace.get(), "Init in process %ld\n", pid);
         }
         return 1;
     }
