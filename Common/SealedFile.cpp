@@ -2,6 +2,7 @@
 // with the UTF-8 mark, optional sealing with triple DES, and the digests used to compare files.
 #include "CommonFunctions.h"
 
+#include "Descriptor.h"
 #include "MarkupSTL.h"
 #include "StrConv.h"
 #include "des.h"
@@ -14,6 +15,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <memory>
 #include <sys/stat.h>
 #include <vector>
@@ -37,26 +39,21 @@ struct FileCloser {
 };
 using FilePtr = std::unique_ptr<FILE, FileCloser>;
 
-// A folder opens for reading too, and its "size" can be absurd: only plain files are read.
-bool IsPlainFile(FILE* file) {
-    struct stat info;
-    return fstat(fileno(file), &info) == 0 && S_ISREG(info.st_mode);
-}
-
 // Reads the whole file; an empty result means it could not be opened or holds nothing.
 // The buffer carries one extra zero byte so that the text can be read as a C string.
+// Settings files are re-read at every check: one open, one fstat (which tells both that this is
+// a plain file, as a folder opens for reading too, and its size), one read, one close.
 std::vector<char> ReadWholeFile(const std::string& path, long& size) {
     size = 0;
-    FilePtr file(std::fopen(path.c_str(), "rb"));
-    if (!file || !IsPlainFile(file.get()) || std::fseek(file.get(), 0, SEEK_END) != 0)
+    const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    struct stat info;
+    if (file.get() < 0 || fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode) ||
+        info.st_size < 1)
         return {};
-    size = std::ftell(file.get());
-    if (size < 1)
-        return {};
-    std::rewind(file.get());
+    size = static_cast<long>(info.st_size);
     std::vector<char> buffer(static_cast<size_t>(size) + 1, '\0');
     // A short read leaves zeros behind, which every decoder below stops at or ignores.
-    std::fread(buffer.data(), 1, static_cast<size_t>(size), file.get());
+    ReadFully(file.get(), buffer.data(), static_cast<size_t>(size));
     return buffer;
 }
 
