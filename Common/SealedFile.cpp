@@ -4,6 +4,7 @@
 
 #include "Descriptor.h"
 #include "MarkupSTL.h"
+#include "SettingsRead.h"
 #include "StrConv.h"
 #include "des.h"
 #include "md5.h"
@@ -43,9 +44,9 @@ using FilePtr = std::unique_ptr<FILE, FileCloser>;
 // The buffer carries one extra zero byte so that the text can be read as a C string.
 // Settings files are re-read at every check: one open, one fstat (which tells both that this is
 // a plain file, as a folder opens for reading too, and its size), one read, one close.
-std::vector<char> ReadWholeFile(const std::string& path, long& size) {
+std::vector<char> ReadWholeFile(const char* path, long& size) {
     size = 0;
-    const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    const Descriptor file(::open(path, O_RDONLY | O_CLOEXEC));
     struct stat info;
     if (file.get() < 0 || fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode) ||
         info.st_size < 1)
@@ -119,11 +120,16 @@ int HexDigit(char c) {
 } // namespace
 
 int CCommonFunctions::ReadXMLFile(const std::wstring& path, std::string& out, bool unseal) {
-    if (path.empty())
+    return ReadXMLFileAt(QString::fromWCharArray(path.data(), qsizetype(path.size())), out, unseal);
+}
+
+// The path in 8-bit form ends at its first NUL, as it always has.
+int ReadXMLFileAt(const QString& path, std::string& out, bool unseal) {
+    if (path.isEmpty())
         return -1;
-    QReadLocker locker(&m_ReadWriteLock);
+    QReadLocker locker(&CCommonFunctions::m_ReadWriteLock);
     long size = 0;
-    const std::vector<char> buffer = ReadWholeFile(UnicodeToAnsi(path), size);
+    const std::vector<char> buffer = ReadWholeFile(path.toLocal8Bit().constData(), size);
     if (buffer.empty() || !DecodeText(buffer, size, out))
         return -1;
     if (unseal)

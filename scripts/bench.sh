@@ -30,11 +30,13 @@ fi
 cmake --preset bench >/dev/null
 cmake --build --preset bench
 
-results=$(mktemp -d)
-# The refresh trees are kept on disk, as an installed product is.
+# Outside /tmp, which each program gets a private one of. The refresh trees are kept on disk,
+# as an installed product is.
+results="$PWD/build-bench/bench-results"
 scratch="$PWD/build-bench/bench-scratch"
-trap 'rm -rf "$results" "$scratch"' EXIT
-mkdir -p "$scratch"
+trap 'rm -rf "$scratch"' EXIT
+rm -rf "$results" "$scratch"
+mkdir -p "$results" "$scratch"
 
 run_isolated() {
     $sudo unshare --net --mount --propagation private sh -c '
@@ -60,7 +62,7 @@ echo
 echo "Taken on $(nproc) cores, $(lscpu | sed -n 's/^Model name: *//p' | head -1), $(date -u '+%Y-%m-%d %H:%M UTC'), load average $(cut -d' ' -f1-3 /proc/loadavg)."
 echo
 python3 - "$results" <<'PY'
-import glob, json, os, sys
+import glob, json, os, re, sys
 
 # figure: (peer, kind, limit). kind "ratio": ravel / peer at most limit; "time": ravel's time
 # at most limit nanoseconds; None: reported only.
@@ -89,7 +91,8 @@ for path in sorted(glob.glob(os.path.join(sys.argv[1], "*.json"))):
     for b in json.load(open(path))["benchmarks"]:
         if b.get("aggregate_name") != "median" or b.get("error_occurred"):
             continue
-        name = b["run_name"].replace("/real_time", "")
+        # Google Benchmark appends its options ("/iterations:1", "/real_time") to the name.
+        name = re.sub(r"(/(iterations:\d+|real_time|manual_time))+$", "", b["run_name"])
         figure, _, impl = name.rpartition("/")
         if "KiB" in b:
             value, text = b["KiB"], f"{b['KiB'] / 1024:.1f} MiB"
