@@ -98,7 +98,7 @@ for path in sorted(glob.glob(os.path.join(sys.argv[1], "*.json"))):
         if "KiB" in b:
             value, text = b["KiB"], f"{b['KiB'] / 1024:.1f} MiB"
         elif "us" in b:
-            value, text = b["us"], f"{b['us'] / 1e3:.2f} ms CPU"
+            value, text = b["us"], f"{b['us']:.0f} µs CPU"
         else:
             wall = b["run_name"].endswith("/real_time")
             value = b["real_time" if wall else "cpu_time"] * SCALE[b["time_unit"]]
