@@ -3,6 +3,7 @@
 #include "CommonFunctions.h"
 
 #include "MarkupSTL.h"
+#include "SettingsRead.h"
 
 #include <QByteArray>
 
@@ -13,7 +14,7 @@ const char kRootTag[] = "root";
 // Loads the file into the document; false when there was nothing to load.
 bool LoadSettings(const QString& file, CMarkupSTL& document) {
     std::string text;
-    if (CCommonFunctions::ReadXMLFile(file.toStdWString(), text, false) != 0 || text.empty())
+    if (ReadXMLFileAt(file, text, false) != 0 || text.empty())
         return false;
     document.SetDoc(text.c_str());
     return true;

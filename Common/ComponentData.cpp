@@ -2,14 +2,25 @@
 // creation, copying with a rollback copy, and opening permissions to everyone.
 #include "CommonFunctions.h"
 
+#include "Descriptor.h"
 #include "MarkupSTL.h"
 #include "StrConv.h"
+#include "md5.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QList>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+#if defined(__linux__)
+#include <sys/sendfile.h>
+#endif
 
 namespace {
 
@@ -45,8 +56,105 @@ bool IntoMainComponent(CMarkupSTL& document) {
     return false;
 }
 
-std::string Digest(const QString& path) {
-    return Md5File(UnicodeToAnsi(path.toStdWString()));
+const size_t kCompareChunk = 64 * 1024;
+const mode_t kEveryone = 0777;
+
+// Paths as the digest has always taken them: 8-bit text, ending at the first NUL.
+std::string NativePath(const QString& path) {
+    return UnicodeToAnsi(path.toStdWString());
+}
+
+int OpenForReading(const QString& path) {
+    return ::open(NativePath(path).c_str(), O_RDONLY | O_CLOEXEC);
+}
+
+// The MD5 digest of what is left to read; an error ends the input, as with the file digest.
+std::string DigestRest(int fd, std::vector<unsigned char>& buffer) {
+    md5_context context;
+    md5_starts(&context);
+    size_t got = 0;
+    while ((got = ReadFully(fd, buffer.data(), buffer.size())) > 0)
+        md5_update(&context, buffer.data(), static_cast<unsigned int>(got));
+    unsigned char digest[16];
+    md5_finish(&context, digest);
+    return std::string(reinterpret_cast<const char*>(digest), sizeof digest);
+}
+
+// True when both plain files hold the same bytes; reads them side by side from the start.
+bool SameBytes(int a, int b, std::vector<unsigned char>& buffer) {
+    unsigned char* left = buffer.data();
+    unsigned char* right = buffer.data() + kCompareChunk;
+    for (;;) {
+        const size_t got = ReadFully(a, left, kCompareChunk);
+        if (ReadFully(b, right, kCompareChunk) != got || std::memcmp(left, right, got) != 0)
+            return false;
+        if (got < kCompareChunk)
+            return true;
+    }
+}
+
+// The rule is that of Md5File on both paths: equal digests, an unopenable file having the empty
+// one. The answer is reached with less work where it cannot differ: equal bytes have equal
+// digests, plain files of different sizes have different ones, and one unopenable file against
+// an open one differs. Only files whose bytes differ at equal size are hashed.
+bool SameDigest(const QString& src, const QString& dst) {
+    const Descriptor a(OpenForReading(src));
+    const Descriptor b(OpenForReading(dst));
+    if (a.get() < 0 || b.get() < 0)
+        return a.get() < 0 && b.get() < 0;
+    std::vector<unsigned char> buffer(2 * kCompareChunk);
+    struct stat infoA, infoB;
+    const bool plain = fstat(a.get(), &infoA) == 0 && fstat(b.get(), &infoB) == 0 &&
+                       S_ISREG(infoA.st_mode) && S_ISREG(infoB.st_mode);
+    if (plain) {
+        if (infoA.st_size != infoB.st_size)
+            return false;
+        if (SameBytes(a.get(), b.get(), buffer))
+            return true;
+        if (lseek(a.get(), 0, SEEK_SET) != 0 || lseek(b.get(), 0, SEEK_SET) != 0)
+            return Md5File(NativePath(src)) == Md5File(NativePath(dst));
+    }
+    return DigestRest(a.get(), buffer) == DigestRest(b.get(), buffer);
+}
+
+#if defined(__linux__)
+// QFile::copy without its sync to disk: the content goes into an unnamed file in the target's
+// folder, which gets the source's permission bits and is linked in under the target's name only
+// when complete, so a target never shows half a copy. False when anything is out of the
+// ordinary (the target exists, no unnamed files there, a source that cannot be sent): nothing
+// is left behind then, and the caller lets QFile::copy decide.
+bool CopyWithoutSync(const QString& src, const QString& dst) {
+    const QByteArray target = QFile::encodeName(dst);
+    const QByteArray folder = QFile::encodeName(QFileInfo(dst).path());
+    const Descriptor in(::open(QFile::encodeName(src).constData(), O_RDONLY | O_CLOEXEC));
+    struct stat info;
+    if (in.get() < 0 || fstat(in.get(), &info) != 0 || !S_ISREG(info.st_mode))
+        return false;
+    const Descriptor out(::open(folder.constData(), O_WRONLY | O_TMPFILE | O_CLOEXEC, 0600));
+    if (out.get() < 0)
+        return false;
+    off_t sent = 0;
+    while (sent < info.st_size) {
+        const ssize_t n = ::sendfile(out.get(), in.get(), nullptr, size_t(info.st_size - sent));
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return false;
+        sent += n;
+    }
+    if (fchmod(out.get(), info.st_mode & kEveryone) != 0)
+        return false;
+    const std::string self = "/proc/self/fd/" + std::to_string(out.get());
+    return ::linkat(AT_FDCWD, self.c_str(), AT_FDCWD, target.constData(), AT_SYMLINK_FOLLOW) == 0;
+}
+#endif
+
+bool CopyFileContents(const QString& src, const QString& dst) {
+#if defined(__linux__)
+    if (!QFile::exists(dst) && CopyWithoutSync(src, dst))
+        return true;
+#endif
+    return QFile::copy(src, dst);
 }
 
 QString WithSlash(const QString& path) {
@@ -58,6 +166,13 @@ QString WithSlash(const QString& path) {
 bool ExistsOrDangles(const QString& path) {
     const QFileInfo info(path);
     return info.exists() || info.isSymLink();
+}
+
+QFileDevice::Permissions EveryoneFlags() {
+    return QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner |
+           QFileDevice::ReadUser | QFileDevice::WriteUser | QFileDevice::ExeUser |
+           QFileDevice::ReadGroup | QFileDevice::WriteGroup | QFileDevice::ExeGroup |
+           QFileDevice::ReadOther | QFileDevice::WriteOther | QFileDevice::ExeOther;
 }
 
 } // namespace
@@ -128,14 +243,14 @@ bool CCommonFunctions::MXPSCopyFile(QString src, QString dst) {
         return QFile::link(source.symLinkTarget(), dst);
     const QString backup = dst + QLatin1String(kBackupSuffix);
     if (QFileInfo::exists(dst)) {
-        if (Digest(src) == Digest(dst))
+        if (SameDigest(src, dst))
             return true;
         if (!QFile::remove(dst)) {
             QFile::remove(backup);
             QFile::rename(dst, backup);
         }
     }
-    const bool copied = QFile::copy(src, dst);
+    const bool copied = CopyFileContents(src, dst);
     setFilePermissions(dst);
     if (!copied) {
         QFile::rename(backup, dst);
@@ -173,11 +288,14 @@ bool CCommonFunctions::MXPCopyDir(QString src, QString dst) {
     return linked;
 }
 
+// Every file of a refreshed tree passes here: one stat, and a chmod only when the mode is not
+// already exactly rwx for everyone (Qt's own call would drop set-id and sticky bits too).
 bool CCommonFunctions::setFilePermissions(QString path) {
-    const QFileDevice::Permissions everyone =
-        QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner |
-        QFileDevice::ReadUser | QFileDevice::WriteUser | QFileDevice::ExeUser |
-        QFileDevice::ReadGroup | QFileDevice::WriteGroup | QFileDevice::ExeGroup |
-        QFileDevice::ReadOther | QFileDevice::WriteOther | QFileDevice::ExeOther;
-    return QFile::setPermissions(path, QFile::permissions(path) | everyone);
+    const QByteArray native = QFile::encodeName(path);
+    if (path.isEmpty() || native.contains('\0'))
+        return QFile::setPermissions(path, QFile::permissions(path) | EveryoneFlags());
+    struct stat info;
+    if (::stat(native.constData(), &info) == 0 && (info.st_mode & 07777) == kEveryone)
+        return true;
+    return ::chmod(native.constData(), kEveryone) == 0;
 }

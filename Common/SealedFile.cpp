@@ -3,7 +3,9 @@
 #include "CommonFunctions.h"
 #include "FileHandle.h"
 
+#include "Descriptor.h"
 #include "MarkupSTL.h"
+#include "SettingsRead.h"
 #include "StrConv.h"
 #include "des.h"
 #include "md5.h"
@@ -15,6 +17,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <memory>
 #include <sys/stat.h>
 #include <vector>
@@ -33,26 +36,21 @@ const size_t kKeyLength = 24;
 const size_t kDigestChunk = 51200;
 const int kMaxRandomBytes = 128;
 
-// A folder opens for reading too, and its "size" can be absurd: only plain files are read.
-bool IsPlainFile(FILE* file) {
-    struct stat info;
-    return fstat(fileno(file), &info) == 0 && S_ISREG(info.st_mode);
-}
-
 // Reads the whole file; an empty result means it could not be opened or holds nothing.
 // The buffer carries one extra zero byte so that the text can be read as a C string.
-std::vector<char> ReadWholeFile(const std::string& path, long& size) {
+// Settings files are re-read at every check: one open, one fstat (which tells both that this is
+// a plain file, as a folder opens for reading too, and its size), one read, one close.
+std::vector<char> ReadWholeFile(const char* path, long& size) {
     size = 0;
-    FileHandle file = OpenFile(path.c_str(), "rb");
-    if (!file || !IsPlainFile(file.get()) || std::fseek(file.get(), 0, SEEK_END) != 0)
+    const Descriptor file(::open(path, O_RDONLY | O_CLOEXEC));
+    struct stat info;
+    if (file.get() < 0 || fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode) ||
+        info.st_size < 1)
         return {};
-    size = std::ftell(file.get());
-    if (size < 1)
-        return {};
-    std::rewind(file.get());
+    size = static_cast<long>(info.st_size);
     std::vector<char> buffer(static_cast<size_t>(size) + 1, '\0');
     // A short read leaves zeros behind, which every decoder below stops at or ignores.
-    std::fread(buffer.data(), 1, static_cast<size_t>(size), file.get());
+    ReadFully(file.get(), buffer.data(), static_cast<size_t>(size));
     return buffer;
 }
 
@@ -118,11 +116,16 @@ int HexDigit(char c) {
 } // namespace
 
 int CCommonFunctions::ReadXMLFile(const std::wstring& path, std::string& out, bool unseal) {
-    if (path.empty())
+    return ReadXMLFileAt(QString::fromWCharArray(path.data(), qsizetype(path.size())), out, unseal);
+}
+
+// The path in 8-bit form ends at its first NUL, as it always has.
+int ReadXMLFileAt(const QString& path, std::string& out, bool unseal) {
+    if (path.isEmpty())
         return -1;
-    QReadLocker locker(&m_ReadWriteLock);
+    QReadLocker locker(&CCommonFunctions::m_ReadWriteLock);
     long size = 0;
-    const std::vector<char> buffer = ReadWholeFile(UnicodeToAnsi(path), size);
+    const std::vector<char> buffer = ReadWholeFile(path.toLocal8Bit().constData(), size);
     if (buffer.empty() || !DecodeText(buffer, size, out))
         return -1;
     if (unseal)

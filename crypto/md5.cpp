@@ -1,6 +1,8 @@
 // MD5 message digest after RFC 1321.
 #include "md5.h"
 
+#include <cstddef>
+
 namespace {
 
 // 0x80 then zeros: appended up to 56 bytes mod 64 before the bit length.
@@ -10,22 +12,20 @@ inline uint32_t Rotl(uint32_t x, int n) {
     return (x << n) | (x >> (32 - n));
 }
 
-inline uint32_t F(uint32_t x, uint32_t y, uint32_t z) {
-    return z ^ (x & (y ^ z));
+// Each step is a = b + ((a + f(b, c, d) + X[k] + T[i]) <<< s). The newest value is b: every
+// term that does not depend on it is added first, so that the chain through b stays short.
+inline void StepF(uint32_t& a, uint32_t b, uint32_t c, uint32_t d, uint32_t x, int s, uint32_t t) {
+    a = b + Rotl(a + x + t + (d ^ (b & (c ^ d))), s);
 }
-inline uint32_t G(uint32_t x, uint32_t y, uint32_t z) {
-    return y ^ (z & (x ^ y));
+// G = (b & d) | (c & ~d): the two halves share no bit, so they may be added one by one.
+inline void StepG(uint32_t& a, uint32_t b, uint32_t c, uint32_t d, uint32_t x, int s, uint32_t t) {
+    a = b + Rotl(a + x + t + (c & ~d) + (b & d), s);
 }
-inline uint32_t H(uint32_t x, uint32_t y, uint32_t z) {
-    return x ^ y ^ z;
+inline void StepH(uint32_t& a, uint32_t b, uint32_t c, uint32_t d, uint32_t x, int s, uint32_t t) {
+    a = b + Rotl(a + x + t + (b ^ (c ^ d)), s);
 }
-inline uint32_t I(uint32_t x, uint32_t y, uint32_t z) {
-    return y ^ (x | ~z);
-}
-
-// One operation of a round: a = b + ((a + f + X[k] + T[i]) <<< s).
-inline void Step(uint32_t& a, uint32_t b, uint32_t f, uint32_t x, int s, uint32_t t) {
-    a = b + Rotl(a + f + x + t, s);
+inline void StepI(uint32_t& a, uint32_t b, uint32_t c, uint32_t d, uint32_t x, int s, uint32_t t) {
+    a = b + Rotl(a + x + t + (c ^ (b | ~d)), s);
 }
 
 inline uint32_t LoadLe(const unsigned char* p) {
@@ -39,85 +39,93 @@ inline void StoreLe(unsigned char* p, uint32_t v) {
     p[3] = (unsigned char)(v >> 24);
 }
 
-void md5_process(md5_context* ctx, const unsigned char data[64]) {
-    uint32_t x[16];
-    for (int i = 0; i < 16; ++i)
-        x[i] = LoadLe(data + 4 * i);
+// Whole 64-byte blocks; the chaining values stay in registers from one block to the next.
+void md5_process(md5_context* ctx, const unsigned char* data, size_t blocks) {
+    uint32_t sa = ctx->state[0], sb = ctx->state[1], sc = ctx->state[2], sd = ctx->state[3];
+    for (; blocks > 0; --blocks, data += 64) {
+        uint32_t x[16];
+        for (int i = 0; i < 16; ++i)
+            x[i] = LoadLe(data + 4 * i);
 
-    uint32_t a = ctx->state[0], b = ctx->state[1], c = ctx->state[2], d = ctx->state[3];
+        uint32_t a = sa, b = sb, c = sc, d = sd;
 
-    Step(a, b, F(b, c, d), x[0], 7, 0xD76AA478);
-    Step(d, a, F(a, b, c), x[1], 12, 0xE8C7B756);
-    Step(c, d, F(d, a, b), x[2], 17, 0x242070DB);
-    Step(b, c, F(c, d, a), x[3], 22, 0xC1BDCEEE);
-    Step(a, b, F(b, c, d), x[4], 7, 0xF57C0FAF);
-    Step(d, a, F(a, b, c), x[5], 12, 0x4787C62A);
-    Step(c, d, F(d, a, b), x[6], 17, 0xA8304613);
-    Step(b, c, F(c, d, a), x[7], 22, 0xFD469501);
-    Step(a, b, F(b, c, d), x[8], 7, 0x698098D8);
-    Step(d, a, F(a, b, c), x[9], 12, 0x8B44F7AF);
-    Step(c, d, F(d, a, b), x[10], 17, 0xFFFF5BB1);
-    Step(b, c, F(c, d, a), x[11], 22, 0x895CD7BE);
-    Step(a, b, F(b, c, d), x[12], 7, 0x6B901122);
-    Step(d, a, F(a, b, c), x[13], 12, 0xFD987193);
-    Step(c, d, F(d, a, b), x[14], 17, 0xA679438E);
-    Step(b, c, F(c, d, a), x[15], 22, 0x49B40821);
+        StepF(a, b, c, d, x[0], 7, 0xD76AA478);
+        StepF(d, a, b, c, x[1], 12, 0xE8C7B756);
+        StepF(c, d, a, b, x[2], 17, 0x242070DB);
+        StepF(b, c, d, a, x[3], 22, 0xC1BDCEEE);
+        StepF(a, b, c, d, x[4], 7, 0xF57C0FAF);
+        StepF(d, a, b, c, x[5], 12, 0x4787C62A);
+        StepF(c, d, a, b, x[6], 17, 0xA8304613);
+        StepF(b, c, d, a, x[7], 22, 0xFD469501);
+        StepF(a, b, c, d, x[8], 7, 0x698098D8);
+        StepF(d, a, b, c, x[9], 12, 0x8B44F7AF);
+        StepF(c, d, a, b, x[10], 17, 0xFFFF5BB1);
+        StepF(b, c, d, a, x[11], 22, 0x895CD7BE);
+        StepF(a, b, c, d, x[12], 7, 0x6B901122);
+        StepF(d, a, b, c, x[13], 12, 0xFD987193);
+        StepF(c, d, a, b, x[14], 17, 0xA679438E);
+        StepF(b, c, d, a, x[15], 22, 0x49B40821);
 
-    Step(a, b, G(b, c, d), x[1], 5, 0xF61E2562);
-    Step(d, a, G(a, b, c), x[6], 9, 0xC040B340);
-    Step(c, d, G(d, a, b), x[11], 14, 0x265E5A51);
-    Step(b, c, G(c, d, a), x[0], 20, 0xE9B6C7AA);
-    Step(a, b, G(b, c, d), x[5], 5, 0xD62F105D);
-    Step(d, a, G(a, b, c), x[10], 9, 0x02441453);
-    Step(c, d, G(d, a, b), x[15], 14, 0xD8A1E681);
-    Step(b, c, G(c, d, a), x[4], 20, 0xE7D3FBC8);
-    Step(a, b, G(b, c, d), x[9], 5, 0x21E1CDE6);
-    Step(d, a, G(a, b, c), x[14], 9, 0xC33707D6);
-    Step(c, d, G(d, a, b), x[3], 14, 0xF4D50D87);
-    Step(b, c, G(c, d, a), x[8], 20, 0x455A14ED);
-    Step(a, b, G(b, c, d), x[13], 5, 0xA9E3E905);
-    Step(d, a, G(a, b, c), x[2], 9, 0xFCEFA3F8);
-    Step(c, d, G(d, a, b), x[7], 14, 0x676F02D9);
-    Step(b, c, G(c, d, a), x[12], 20, 0x8D2A4C8A);
+        StepG(a, b, c, d, x[1], 5, 0xF61E2562);
+        StepG(d, a, b, c, x[6], 9, 0xC040B340);
+        StepG(c, d, a, b, x[11], 14, 0x265E5A51);
+        StepG(b, c, d, a, x[0], 20, 0xE9B6C7AA);
+        StepG(a, b, c, d, x[5], 5, 0xD62F105D);
+        StepG(d, a, b, c, x[10], 9, 0x02441453);
+        StepG(c, d, a, b, x[15], 14, 0xD8A1E681);
+        StepG(b, c, d, a, x[4], 20, 0xE7D3FBC8);
+        StepG(a, b, c, d, x[9], 5, 0x21E1CDE6);
+        StepG(d, a, b, c, x[14], 9, 0xC33707D6);
+        StepG(c, d, a, b, x[3], 14, 0xF4D50D87);
+        StepG(b, c, d, a, x[8], 20, 0x455A14ED);
+        StepG(a, b, c, d, x[13], 5, 0xA9E3E905);
+        StepG(d, a, b, c, x[2], 9, 0xFCEFA3F8);
+        StepG(c, d, a, b, x[7], 14, 0x676F02D9);
+        StepG(b, c, d, a, x[12], 20, 0x8D2A4C8A);
 
-    Step(a, b, H(b, c, d), x[5], 4, 0xFFFA3942);
-    Step(d, a, H(a, b, c), x[8], 11, 0x8771F681);
-    Step(c, d, H(d, a, b), x[11], 16, 0x6D9D6122);
-    Step(b, c, H(c, d, a), x[14], 23, 0xFDE5380C);
-    Step(a, b, H(b, c, d), x[1], 4, 0xA4BEEA44);
-    Step(d, a, H(a, b, c), x[4], 11, 0x4BDECFA9);
-    Step(c, d, H(d, a, b), x[7], 16, 0xF6BB4B60);
-    Step(b, c, H(c, d, a), x[10], 23, 0xBEBFBC70);
-    Step(a, b, H(b, c, d), x[13], 4, 0x289B7EC6);
-    Step(d, a, H(a, b, c), x[0], 11, 0xEAA127FA);
-    Step(c, d, H(d, a, b), x[3], 16, 0xD4EF3085);
-    Step(b, c, H(c, d, a), x[6], 23, 0x04881D05);
-    Step(a, b, H(b, c, d), x[9], 4, 0xD9D4D039);
-    Step(d, a, H(a, b, c), x[12], 11, 0xE6DB99E5);
-    Step(c, d, H(d, a, b), x[15], 16, 0x1FA27CF8);
-    Step(b, c, H(c, d, a), x[2], 23, 0xC4AC5665);
+        StepH(a, b, c, d, x[5], 4, 0xFFFA3942);
+        StepH(d, a, b, c, x[8], 11, 0x8771F681);
+        StepH(c, d, a, b, x[11], 16, 0x6D9D6122);
+        StepH(b, c, d, a, x[14], 23, 0xFDE5380C);
+        StepH(a, b, c, d, x[1], 4, 0xA4BEEA44);
+        StepH(d, a, b, c, x[4], 11, 0x4BDECFA9);
+        StepH(c, d, a, b, x[7], 16, 0xF6BB4B60);
+        StepH(b, c, d, a, x[10], 23, 0xBEBFBC70);
+        StepH(a, b, c, d, x[13], 4, 0x289B7EC6);
+        StepH(d, a, b, c, x[0], 11, 0xEAA127FA);
+        StepH(c, d, a, b, x[3], 16, 0xD4EF3085);
+        StepH(b, c, d, a, x[6], 23, 0x04881D05);
+        StepH(a, b, c, d, x[9], 4, 0xD9D4D039);
+        StepH(d, a, b, c, x[12], 11, 0xE6DB99E5);
+        StepH(c, d, a, b, x[15], 16, 0x1FA27CF8);
+        StepH(b, c, d, a, x[2], 23, 0xC4AC5665);
 
-    Step(a, b, I(b, c, d), x[0], 6, 0xF4292244);
-    Step(d, a, I(a, b, c), x[7], 10, 0x432AFF97);
-    Step(c, d, I(d, a, b), x[14], 15, 0xAB9423A7);
-    Step(b, c, I(c, d, a), x[5], 21, 0xFC93A039);
-    Step(a, b, I(b, c, d), x[12], 6, 0x655B59C3);
-    Step(d, a, I(a, b, c), x[3], 10, 0x8F0CCC92);
-    Step(c, d, I(d, a, b), x[10], 15, 0xFFEFF47D);
-    Step(b, c, I(c, d, a), x[1], 21, 0x85845DD1);
-    Step(a, b, I(b, c, d), x[8], 6, 0x6FA87E4F);
-    Step(d, a, I(a, b, c), x[15], 10, 0xFE2CE6E0);
-    Step(c, d, I(d, a, b), x[6], 15, 0xA3014314);
-    Step(b, c, I(c, d, a), x[13], 21, 0x4E0811A1);
-    Step(a, b, I(b, c, d), x[4], 6, 0xF7537E82);
-    Step(d, a, I(a, b, c), x[11], 10, 0xBD3AF235);
-    Step(c, d, I(d, a, b), x[2], 15, 0x2AD7D2BB);
-    Step(b, c, I(c, d, a), x[9], 21, 0xEB86D391);
+        StepI(a, b, c, d, x[0], 6, 0xF4292244);
+        StepI(d, a, b, c, x[7], 10, 0x432AFF97);
+        StepI(c, d, a, b, x[14], 15, 0xAB9423A7);
+        StepI(b, c, d, a, x[5], 21, 0xFC93A039);
+        StepI(a, b, c, d, x[12], 6, 0x655B59C3);
+        StepI(d, a, b, c, x[3], 10, 0x8F0CCC92);
+        StepI(c, d, a, b, x[10], 15, 0xFFEFF47D);
+        StepI(b, c, d, a, x[1], 21, 0x85845DD1);
+        StepI(a, b, c, d, x[8], 6, 0x6FA87E4F);
+        StepI(d, a, b, c, x[15], 10, 0xFE2CE6E0);
+        StepI(c, d, a, b, x[6], 15, 0xA3014314);
+        StepI(b, c, d, a, x[13], 21, 0x4E0811A1);
+        StepI(a, b, c, d, x[4], 6, 0xF7537E82);
+        StepI(d, a, b, c, x[11], 10, 0xBD3AF235);
+        StepI(c, d, a, b, x[2], 15, 0x2AD7D2BB);
+        StepI(b, c, d, a, x[9], 21, 0xEB86D391);
 
-    ctx->state[0] += a;
-    ctx->state[1] += b;
-    ctx->state[2] += c;
-    ctx->state[3] += d;
+        sa += a;
+        sb += b;
+        sc += c;
+        sd += d;
+    }
+    ctx->state[0] = sa;
+    ctx->state[1] = sb;
+    ctx->state[2] = sc;
+    ctx->state[3] = sd;
 }
 
 } // namespace
@@ -151,12 +159,13 @@ void md5_update(md5_context* ctx, const unsigned char* input, unsigned int lengt
         }
         for (unsigned int i = 0; i < room; ++i)
             ctx->buffer[used + i] = input[i];
-        md5_process(ctx, ctx->buffer);
+        md5_process(ctx, ctx->buffer, 1);
         input += room;
         length -= room;
     }
-    for (; length >= 64; input += 64, length -= 64)
-        md5_process(ctx, input);
+    md5_process(ctx, input, length / 64);
+    input += length / 64 * 64;
+    length %= 64;
     for (unsigned int i = 0; i < length; ++i)
         ctx->buffer[i] = input[i];
 }

@@ -221,9 +221,11 @@ TEST_F(Store, CopiesTreesLinksHiddenFilesSkipsIdenticalOnesAndRollsBack) {
     const struct utimbuf old = {1000000000, 1000000000};
     ASSERT_EQ(utime(QFile::encodeName(dst + "a.txt").constData(), &old), 0);
     WriteBytes(src + "sub/b.bin", "changed");
+    WriteBytes(src + ".hidden", "SECRET"); // same size: only the digests tell
     ASSERT_TRUE(CCommonFunctions::MXPCopyDir(src, dst));
     EXPECT_EQ(QFileInfo(dst + "a.txt").lastModified().toSecsSinceEpoch(), 1000000000);
-    EXPECT_EQ(ReadBytes(dst + "sub/b.bin"), "changed");
+    EXPECT_EQ(ReadBytes(dst + "sub/b.bin") + ReadBytes(dst + ".hidden"), "changedSECRET");
+    EXPECT_EQ(Mode(dst + ".hidden"), kFile);
     EXPECT_FALSE(QFile::exists(dst + "sub/b.bin.old")); // deletable: no backup
     // Running as root, no permission stops a delete; a folder standing where a file is expected
     // cannot be deleted as a file, yet can be moved aside, which is what the backup path needs.
