@@ -148,6 +148,8 @@ int CCommonFunctions::SaveXmlFile(const std::wstring& path, CMarkupSTL& document
     if (seal)
         text = Encrypt(text, SEAL_PASS_PHRASE);
     file.write(text.data(), static_cast<qint64>(text.size()));
+    if (!file.flush()) // a full disk: commit alone would still put the short file in place
+        file.cancelWriting();
     if (!file.commit())
         return -1;
     setFilePermissions(target);

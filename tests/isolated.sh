@@ -1,13 +1,15 @@
 #!/bin/sh
-# Runs one test program in private network and mount namespaces, so that the agent's fixed places
-# (TCP port 31334, /tmp/RAVEL_tmp, the data root under /usr/local) are the test's own: loopback is
-# up, /tmp is a fresh tmpfs, and /usr is overlaid by a layer in that tmpfs, so no file or mode
-# under /usr changes on the machine. An agent live on the machine and other tests are not seen.
+# Runs one test program in private network, mount and process namespaces, so that the agent's fixed
+# places (TCP port 31334, /tmp/RAVEL_tmp, the data root under /usr/local, the process list it
+# reads) are the test's own: loopback is up, /tmp is a fresh tmpfs, /usr is overlaid by a layer in
+# that tmpfs (no file or mode under /usr changes on the machine), and only the test's processes
+# are listed. An agent live on the machine and other tests are not seen. Every process the test
+# leaves is killed when it ends or is killed.
 # Usage: isolated.sh FOLDER... -- PROGRAM [ARG...]
 #   FOLDERs (the source and build trees) stay reachable at their paths even under /tmp.
 # Exits with the program's status; fails without running it when a namespace cannot be made.
 # Sets RAVEL_TEST_ISOLATED=1 for the program.
-exec unshare --net --mount --propagation private sh -c '
+exec unshare --net --mount --pid --kill-child --mount-proc --propagation private sh -c '
   set -e
   ip link set lo up
   tops=""

@@ -28,7 +28,9 @@ template <class Condition> bool WaitUntil(Condition condition) { // generous dea
     return condition();
 }
 
-inline std::string ReadAll(const QString& path) {
+inline std::string ReadAll(const QString& path) { // empty for a folder
+    if (QFileInfo(path).isDir())
+        return {};
     std::ifstream file(path.toStdString(), std::ios::binary);
     return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
@@ -82,12 +84,16 @@ inline int UsePort(bool listening) {
     return connected;
 }
 
-// Installed folder "inst/", data folder "data/", duplicate folder "data/Brightwell/" in a fresh
-// temporary folder. Every process started here, or by a detached start, is ended by PID at the end.
+// Installed folder "inst/", data folder "data/" (or the one given), duplicate folder
+// "data/Brightwell/" in a fresh temporary folder. Every process started here, or by a detached
+// start, is ended by PID at the end.
 class AgentPlace {
 public:
     // Detached starts (the duplicate, the updater) become our children instead of init's.
-    AgentPlace() { prctl(PR_SET_CHILD_SUBREAPER, 1); }
+    explicit AgentPlace(const QString& dataFolder = QString())
+        : data(dataFolder.isEmpty() ? root + "data/" : dataFolder) {
+        prctl(PR_SET_CHILD_SUBREAPER, 1);
+    }
     ~AgentPlace() {
         for (const std::string& exe : {installedExe, duplicateExe})
             while (const pid_t pid = FindProcess(exe))
@@ -146,10 +152,16 @@ public:
         started.push_back(pid);
         return pid;
     }
-    int Reap(pid_t pid) { // exit status, -1 after a signal
+    // Exit status, -1 after a signal; a process still running at the deadline is a hang: it
+    // fails the test and is killed.
+    int Reap(pid_t pid) {
         started.erase(std::remove(started.begin(), started.end(), pid), started.end());
         int status = -1;
-        waitpid(pid, &status, 0);
+        bool ended = false;
+        if (!WaitUntil([&] { return ended = ended || waitpid(pid, &status, WNOHANG) == pid; })) {
+            ADD_FAILURE() << "process " << pid << " still running: a hang";
+            kill(pid, SIGKILL), waitpid(pid, &status, 0);
+        }
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
     int RunInstalled() { return Reap(Start(installedExe, {installedExe})); }
@@ -198,8 +210,8 @@ public:
     }
 
     QTemporaryDir temp{QDir::tempPath() + "/ravel-agent-XXXXXX"};
-    const QString root = temp.path() + "/", inst = root + "inst/", data = root + "data/",
-                  dup = data + "Brightwell/", errFile = root + "stderr.txt";
+    const QString root = temp.path() + "/", inst = root + "inst/";
+    const QString data, dup = data + "Brightwell/", errFile = root + "stderr.txt";
     const std::string installedExe = (inst + "ravel.app/Contents/MacOS/ravel").toStdString(),
                       duplicateExe = (dup + "ravel.app/Contents/MacOS/ravel").toStdString(),
                       updater = (inst + "Tidewater.app/Contents/MacOS/Tidewater").toStdString();

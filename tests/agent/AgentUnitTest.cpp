@@ -17,20 +17,22 @@ TEST(JLibrary, MapsANameToTheLibraryFileAndLoadsOnResolve) {
         EXPECT_EQ(JLibrary(folder + "PolicyProbe").path(), folder + "libPolicyProbe.dylib");
 
     JLibrary never("nowhere/PolicyProbe");
-    EXPECT_TRUE(never.unload());
-    EXPECT_FALSE(never.isLoaded() || never.load() || never.resolve("CreatePlugin"));
+    EXPECT_TRUE(never.unload()) << "unloading a library never loaded";
+    EXPECT_EQ((std::vector{never.isLoaded(), never.load(), !!never.resolve("CreatePlugin")}),
+              std::vector(3, false))
+        << "loaded, load, resolve of a missing library";
 
     JLibrary probe(FolderOf(POLICY_PROBE_BUILT) + "PolicyProbe");
     ASSERT_EQ(probe.path(), POLICY_PROBE_BUILT);
-    EXPECT_NE(probe.resolve("CreatePlugin"), nullptr);
-    EXPECT_TRUE(probe.isLoaded());
-    EXPECT_EQ(probe.resolve("NoSuchSymbol"), nullptr);
-    EXPECT_TRUE(probe.unload());
-    EXPECT_FALSE(probe.isLoaded());
+    EXPECT_NE(probe.resolve("CreatePlugin"), nullptr) << "the factory";
+    EXPECT_TRUE(probe.isLoaded()) << "loaded by resolving";
+    EXPECT_EQ(probe.resolve("NoSuchSymbol"), nullptr) << "a missing symbol";
+    EXPECT_TRUE(probe.unload()) << "unloading";
+    EXPECT_FALSE(probe.isLoaded()) << "after unloading";
 
     JLibrary withoutFactory(FolderOf(POLICY_PROBE_WITHOUT_FACTORY) + "PolicyProbe");
-    EXPECT_TRUE(withoutFactory.load());
-    EXPECT_EQ(withoutFactory.resolve("CreatePlugin"), nullptr);
+    EXPECT_TRUE(withoutFactory.load()) << "a library without factory loads";
+    EXPECT_EQ(withoutFactory.resolve("CreatePlugin"), nullptr) << "and has no factory";
 }
 
 TEST(AgentUnit, ProcessTableCountsOnlyOtherProcessesOfTheWholePath) {
@@ -40,36 +42,34 @@ TEST(AgentUnit, ProcessTableCountsOnlyOtherProcessesOfTheWholePath) {
     // Only a line holding the whole path counts; this test process is not one of them.
     for (const auto& [argv0, running] :
          {std::pair{name.chopped(1), false}, {name, false}, {name, true}}) {
-        EXPECT_FALSE(IsProcessRunning(name));
+        EXPECT_FALSE(IsProcessRunning(name)) << "before starting " << argv0.toStdString();
         const pid_t pid = place.Start("/bin/sleep", {argv0.toStdString(), "300"});
         EXPECT_TRUE(WaitUntil([&] {
             return CommandLineOf(pid) == std::vector{argv0.toStdString(), std::string("300")};
-        }));
-        EXPECT_EQ(IsProcessRunning(name), running) << argv0.toStdString();
-        EXPECT_FALSE(QFile::exists("/tmp/RAVEL_tmp"));
+        })) << "started";
+        EXPECT_EQ(IsProcessRunning(name), running) << "beside " << argv0.toStdString();
+        EXPECT_FALSE(QFile::exists("/tmp/RAVEL_tmp")) << "the process list is removed";
     }
 }
 
-TEST(AgentUnit, ExecuteFileKeepsAPathWithBlanksTogetherAndCopiesLibrariesFirst) {
+TEST(AgentUnit, ExecuteFileCopiesTheLibrariesThenStartsThePathWithBlanksWhole) {
     g_EazyLog.m_bEnable = 0;
     AgentPlace place;
-    // Libraries are copied from the installed folder into the duplicate folder on every start.
-    g_qstrOrgPath = place.inst;
+    g_qstrOrgPath = place.inst; // libraries go from here into the duplicate folder
     WriteSettings(place.inst + "Tidewater.dat", {{"DupInfo", {{"DuplicatePath", place.data}}}});
     QDir().mkpath(place.dup);
-    const QString apps = place.root + "My Apps/";
-    CopyExecutable(TIDEWATER_EXE_BUILT, apps + "Tidewater.app/Contents/MacOS/Tidewater");
-    WriteSettings(apps + "Tidewater.dat", {{"DupInfo", {{"DuplicatePath", place.data}}}});
+    // A program in a path with blanks that notes each argument and the library it finds.
+    const QString program = place.root + "My Apps/run me";
+    WriteAll(program, "#!/bin/sh\nfor a; do echo \"[$a]\"; done >>\"$0.seen\"\ncat \"" +
+                          place.dup.toStdString() + "libbeta.dylib\" >>\"$0.seen\"\n");
+    QFile::setPermissions(program, QFile::ReadOwner | QFile::ExeOwner);
     // An empty path starts nothing but still refreshes the libraries.
-    for (const auto& [library, updater] :
-         {std::pair{"beta", apps + "Tidewater.app/Contents/MacOS/Tidewater"}, {"gamma", ""}}) {
+    for (const auto& [library, path] : {std::pair{"beta", program}, {"gamma", QString()}}) {
         WriteAll(place.inst + "lib" + library + ".dylib", library);
-        EXPECT_EQ(ExecuteFile(updater, "auto", true), 0);
-        EXPECT_EQ(ReadAll(place.dup + "lib" + library + ".dylib"), library);
-        EXPECT_EQ(ReadAll(apps + "Tidewater.args"), "auto\n");
+        EXPECT_EQ(ExecuteFile(path, "auto", true), 0) << "starting " << library;
+        EXPECT_EQ(ReadAll(place.dup + "lib" + library + ".dylib"), library) << "copied " << library;
     }
-    EXPECT_EQ(GetConfigure("UpdateInfo", "LastStatus", "", place.dup + "UserInfo.dat").toString(),
-              "ready");
+    EXPECT_EQ(ReadAll(program + ".seen"), "[auto]\nbeta") << "arguments, then the library found";
     g_qstrOrgPath.clear();
 }
 
