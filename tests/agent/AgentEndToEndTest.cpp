@@ -254,7 +254,8 @@ const Hostile kHostile[] = {
          WriteAll(p.inst + "Tidewater.dat", Tidewater(p, Repeat(pad, kBig / 1011)));
      },
      0,
-     {"Sleep 1 Minutes", "Leave InitAgent() ..."}},
+     {"Sleep 1 Minutes", "Leave InitAgent() ..."},
+     nullptr},
     {"TidewaterOfRandomBytes", // replaced whole by the first write; the default data root
      [](AgentPlace& p) {
          std::mt19937 random(14);
@@ -277,7 +278,8 @@ const Hostile kHostile[] = {
                   Tidewater(p, Repeat("<a>", kLevels) + Repeat("</a>", kLevels)));
      },
      0,
-     {"Sleep 1 Minutes", "Leave InitAgent() ..."}},
+     {"Sleep 1 Minutes", "Leave InitAgent() ..."},
+     nullptr},
     {"KeyValuesOf100KiB", // logged cut to 1022 bytes, repaired
      [](AgentPlace& p) {
          WriteSettings(p.inst + "Tidewater.dat", {{"UpdateSetting", {{"Note", kLong}}}});
@@ -322,7 +324,8 @@ const Hostile kHostile[] = {
          WriteAll(p.inst + "Tidewater.dat", Utf16Le(Tidewater(p, timer).substr(3)) + "\x01");
      },
      0,
-     {"Sleep 7 Minutes", "Leave InitAgent() ..."}},
+     {"Sleep 7 Minutes", "Leave InitAgent() ..."},
+     nullptr},
     {"FileNamesWithANewline",
      [](AgentPlace& p) {
          WriteAll(p.inst + "lib\nline.dylib", "lib");
