@@ -10,6 +10,7 @@ packages=(
     libssl-dev       # test oracle for MD5 and triple DES
     libxml2-utils    # xmllint, an independent reader of the settings files in tests
     procps           # ps, used by the agent's process-table test
+    clang libclang-rt-14-dev   # libFuzzer and its sanitizers, for the fuzz targets
 )
 
 missing=()
