@@ -2,7 +2,6 @@
 
 #include "markup_probe.h"
 
-#include <algorithm>
 #include <array>
 #include <initializer_list>
 
@@ -50,16 +49,22 @@ public:
             text += Pick(3) ? Element(depth + 1) : Text();
         return text + "</" + name + From({">", " >"});
     }
+    // Each pick is a statement of its own: the order of operands and arguments is unspecified,
+    // and every compiler must decode the same input alike.
     std::string Document() {
-        return From({"", "<?xml version=\"1.0\"?>\r\n"}) + From({"", "<!-- head -->\r\n"}) +
-               Element(0) + From({"", "\r\n"});
+        std::string text = From({"", "<?xml version=\"1.0\"?>\r\n"});
+        text += From({"", "<!-- head -->\r\n"});
+        text += Element(0);
+        return text + From({"", "\r\n"});
     }
     // A few bytes of the text replaced by markup characters or any byte.
     std::string Mutate(std::string t) {
-        for (int i = Pick(6); i >= 0; --i)
-            t.replace(Pick(static_cast<int>(t.size()) + 1), Pick(3),
-                      std::string(Pick(3), Pick(8) ? "<>/?!-[]\"'= \r\n\tabx&#;0CDATA"[Pick(27)]
-                                                   : static_cast<char>(Pick(256))));
+        for (int i = Pick(6); i >= 0; --i) {
+            const int at = Pick(static_cast<int>(t.size()) + 1), length = Pick(3), count = Pick(3);
+            const char c = Pick(8) ? "<>/?!-[]\"'= \r\n\tabx&#;0CDATA"[Pick(27)]
+                                   : static_cast<char>(Pick(256));
+            t.replace(at, length, std::string(count, c));
+        }
         return t;
     }
 

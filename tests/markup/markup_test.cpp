@@ -335,5 +335,5 @@ TEST(MarkupInvariant, EditCorpusKeepsTheIndexEqualToAFreshParse) {
         ++inputs;
     }
     EXPECT_GE(inputs, 100);
-    EXPECT_GT(edits, 900); // the replay really edits
+    EXPECT_GT(edits, 800); // the replay really edits
 }
