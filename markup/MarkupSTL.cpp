@@ -519,8 +519,11 @@ bool CMarkupSTL::RestorePos(const char* name) {
     if (it == savedPositions.end())
         return false;
     const SavedPos& saved = it->second;
-    // A removed element, or one of another document (after assignment), cannot be visited.
-    if (!x_IsLinked(saved.parent) || !x_IsLinked(saved.main) || !x_IsLinked(saved.child))
+    // A removed element, or a position of another document (after assignment), cannot be
+    // visited: each slot must be in the tree, main a child of parent and child a child of main.
+    if (!x_IsLinked(saved.parent) || !x_IsLinked(saved.main) || !x_IsLinked(saved.child) ||
+        (saved.main && elemIndex[saved.main].parent != saved.parent) ||
+        (saved.child && (!saved.main || elemIndex[saved.child].parent != saved.main)))
         return false;
     parentPos = saved.parent;
     mainPos = saved.main;
@@ -640,7 +643,8 @@ std::string CMarkupSTL::GetAttribName(int n) const {
 }
 
 // With a name: leaves token on the quoted value of that attribute. Without: on the next
-// attribute name. Unquoted values are never found.
+// attribute name. Unquoted values are never found; a quoted value is data whatever it starts
+// with, so only an unquoted ">", "/" or "?" ends the start tag.
 bool CMarkupSTL::x_FindAttrib(TokenPos& token, const char* name) const {
     const char* text = token.text;
     const int nameLength = name ? static_cast<int>(std::strlen(name)) : 0;
@@ -648,7 +652,7 @@ bool CMarkupSTL::x_FindAttrib(TokenPos& token, const char* name) const {
     int matched = -1;
     for (; x_FindToken(token); ++count) {
         const char c = text[token.left];
-        if (c == '>' || c == '/' || c == '?')
+        if (!token.quoted && (c == '>' || c == '/' || c == '?'))
             return false;
         if (matched < 0) {
             if (token.quoted || c == '=' || count == 0)

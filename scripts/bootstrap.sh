@@ -13,6 +13,7 @@ packages=(
     iproute2         # ip: loopback up in the tests' private network namespaces
     python3 desktop-file-utils  # plistlib and desktop-file-validate read the login entries in tests
     clang-format     # the formatting check in scripts/test.sh
+    clang libclang-rt-14-dev   # libFuzzer and its sanitizers, for the fuzz targets
 )
 
 missing=()

@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
 # Installs what is missing, checks the formatting, builds everything (warnings are errors) and
 # runs every test.
-# Usage: scripts/test.sh [default|asan|all]   (default: all = plain build, then sanitizer build)
+# Usage: scripts/test.sh [default|asan|fuzz|all]
+#   all (the default): plain build, sanitizer build, then the fuzz smoke run
+#   fuzz: every fuzz target over its seed corpus, then FUZZ_SECONDS (20) s of fuzzing each
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -56,15 +58,22 @@ run_preset() {
     check_holder
 }
 
+fuzz_smoke() {
+    echo "== fuzz targets: seed corpora, then ${FUZZ_SECONDS:-20} s each"
+    bash scripts/fuzz.sh "${FUZZ_SECONDS:-20}"
+}
+
 case "${1:-all}" in
     default) run_preset default ;;
     asan) run_preset asan ;;
+    fuzz) fuzz_smoke ;;
     all)
         run_preset default
         run_preset asan
+        fuzz_smoke
         ;;
     *)
-        echo "usage: $0 [default|asan|all]" >&2
+        echo "usage: $0 [default|asan|fuzz|all]" >&2
         exit 2
         ;;
 esac
