@@ -40,11 +40,10 @@ QString FileProblem(const QString& path) {
     if (!info.isReadable())
         return QStringLiteral("cannot be read");
     std::string text;
-    if (CCommonFunctions::ReadXMLFile(path.toStdWString(), text, false) != 0 || text.empty())
-        return QStringLiteral("is empty");
     CMarkupSTL document;
-    document.SetDoc(text.c_str());
-    return document.FindElem("root") ? QString() : QStringLiteral("has no settings (no root)");
+    if (CCommonFunctions::ReadXMLFile(path.toStdWString(), text, false) == 0 && !text.empty())
+        document.SetDoc(text.c_str());
+    return document.FindElem("root") ? QString() : QStringLiteral("holds no settings");
 }
 
 std::vector<std::string> CommandLine(const QString& pid) {
