@@ -94,6 +94,21 @@ QStringList LastCheckLines(const QString& path, bool& found) {
     return check;
 }
 
+// A running agent checks every TimerMinutes from its last logged check on.
+quint32 NextCheck(const Inspection& in) {
+    const quint32 at = ToTimeT(in.at);
+    const int interval = TimerIntervalMs(in.settings.timerMinutes);
+    if (in.agent.pid == 0 || in.lastCheck.isEmpty() || interval <= 0)
+        return at;
+    const QString& first = in.lastCheck.first();
+    const QDateTime last =
+        QDateTime::fromString(first.mid(first.indexOf(QLatin1String("][")) + 2, 19), kDateFormat);
+    // The logged check is done: the next one comes at least one interval later.
+    const qint64 from = qMax<qint64>(at, qint64(ToTimeT(last)) + 1);
+    const qint64 next = last.isValid() ? FirstCheckFrom(ToTimeT(last), interval, from) : -1;
+    return next < 0 || next > qint64(kDelayAbsent) ? at : quint32(next);
+}
+
 QStringList Warnings(const Inspection& in) {
     QStringList warnings;
     const quint32 minutes = in.settings.timerMinutes;
@@ -302,9 +317,10 @@ Inspection Inspect(const AgentFiles& files, const QDateTime& at, const AgentProc
     in.record = read.info;
     in.settings = SettingsFrom(in.known);
     in.repairs = Repairs(in.known, read);
-    in.forecast = Foresee(in.record, in.settings, ToTimeT(at), agent.pid == 0);
-    in.warnings = Warnings(in);
     in.lastCheck = LastCheckLines(files.log, in.logFound);
+    in.checkAt = NextCheck(in);
+    in.forecast = Foresee(in.record, in.settings, in.checkAt, agent.pid == 0);
+    in.warnings = Warnings(in);
     return in;
 }
 
@@ -350,7 +366,7 @@ QString RenderText(const Inspection& in) {
                                                                "check, at %1:")
                                               : QStringLiteral("No agent runs; for one that "
                                                                "starts at %1:"))
-                                    .arg(in.at.toString(QLatin1String(kDateFormat))));
+                                    .arg(Moment(in.checkAt)));
     if (f.missed)
         line(QStringLiteral("  the delay of round %1 ran out while the agent was away: its "
                             "start counts a missed round (now round %2).")
@@ -416,6 +432,7 @@ QJsonObject RenderJson(const Inspection& in) {
         {"user_info", in.files.userInfo},
         {"log", in.files.log},
         {"at", in.at.toString(QLatin1String(kDateFormat))},
+        {"check_at", Moment(in.checkAt)},
         {"verdict", VerdictName(f.verdict)},
         {"reason", Reason(in)},
         {"cycle_end", Moment(f.cycleEnd)},

@@ -36,6 +36,8 @@ AgentProcess FindAgentProcess(const QString& installed);
 struct Inspection {
     AgentFiles files;
     QDateTime at;
+    quint32 checkAt = 0;  // the check the verdict is for: `at`, or for a running agent the
+                          // first of its checks (by the log) at or after `at`
     Known known;          // the settings texts as found
     CONFIG_INFO record{}; // as the agent reads it, after its repairs
     ScheduleSettings settings;
@@ -49,8 +51,8 @@ struct Inspection {
     QStringList lastCheck; // the log's lines of the last check; empty when none
     bool logFound = false;
 };
-// Reads the files (never writes) and evaluates at `at` for a running agent's next check or an
-// agent starting then.
+// Reads the files (never writes) and evaluates for an agent starting at `at`, or for a running
+// agent's first check at or after `at` (timed from its last logged check when there is one).
 Inspection Inspect(const AgentFiles& files, const QDateTime& at, const AgentProcess& agent);
 
 QString RenderText(const Inspection& inspection);

@@ -235,8 +235,11 @@ TEST(Inspector, ARunningAgentIsSeenAndSurvives) {
     EXPECT_EQ(json["pid"].toInteger(), pid);
     EXPECT_EQ(json["port_listening"], true);
     EXPECT_EQ(json["verdict"], "wait-delay");
-    EXPECT_EQ(Seconds(json["earliest"]),
-              FirstCheckFrom(Seconds(json["at"]), 36000000, tomorrow.toLongLong()));
+    // For the next check by the timer: ten hours after the one logged.
+    const QString last = json["last_check"][0].toString().section("][", 1).left(19);
+    const qint64 next = QDateTime::fromString(last, kFormat).toSecsSinceEpoch() + 36000;
+    EXPECT_EQ(Seconds(json["check_at"]), next);
+    EXPECT_EQ(Seconds(json["earliest"]), FirstCheckFrom(next, 36000000, tomorrow.toLongLong()));
     EXPECT_THAT(json["last_check"].toVariant().toStringList().join("\n").toStdString(),
                 AllOf(StartsWith("[Src/ravel("), HasSubstr("[ReadConfigInfo: Enter]-->"),
                       EndsWith("[Sleep 600 Minutes]-->")));
