@@ -138,6 +138,15 @@ QStringList Warnings(const Inspection& in) {
             warnings << QStringLiteral("%1 %2 (%3): the agent reads the defaults")
                             .arg(QLatin1String(name), problem, path);
     }
+    // Without RunWithSystem the agent checks its files at start and ends when one is missing.
+    const QString updater =
+        in.files.installed + QStringLiteral("Tidewater.app/Contents/MacOS/Tidewater");
+    for (const QString& path : {updater, in.files.userInfo, in.files.settings,
+                                in.files.installed + QStringLiteral("UpdateInfo.dat")})
+        if (!in.settings.runWithSystem && !QFileInfo::exists(path))
+            warnings << QStringLiteral("RunWithSystem is off and %1 is missing: the agent ends at "
+                                       "start-up with status 255, before any check")
+                            .arg(path);
     const QString duplicate = QFileInfo(in.files.userInfo).path();
     if (QFileInfo::exists(duplicate) && access(QFile::encodeName(duplicate).constData(), W_OK) != 0)
         warnings << QStringLiteral("the agent could not write its data folder %1: UserInfo.dat "

@@ -185,19 +185,25 @@ TEST(Inspector, RepairsWarningsAndBadCommandLines) {
                       HasSubstr("\"LogSwitch\" is 0: the agent writes no log")));
     // A timer that is never armed; a malformed UserInfo.dat reads as defaults, with a warning.
     WriteConfigure("UpdateSetting", "TimerMinutes", "35792", place.inst + "Tidewater.dat");
+    WriteConfigure("UpdateSetting", "RunWithSystem", "0", place.inst + "Tidewater.dat");
+    QFile::remove(QString::fromStdString(place.updater));
     WriteAll(place.dup + "UserInfo.dat", "not xml");
     json = InspectUnchanged(place);
     EXPECT_THAT(json["warnings"].toVariant().toStringList().join("\n").toStdString(),
                 AllOf(HasSubstr("the timer is never armed and only the first check runs"),
-                      HasSubstr("UserInfo.dat holds no settings")));
+                      HasSubstr("UserInfo.dat holds no settings"),
+                      HasSubstr("RunWithSystem is off and " + place.updater +
+                                " is missing: the agent ends at start-up")));
     EXPECT_EQ(json["verdict"], "wait-cycle"); // a first cycle from now; no check after it
     EXPECT_TRUE(json["latest"].isNull());
 
     // No DuplicatePath: the folder the agent would make is named, not made.
+    const QString derived = "/usr/local/zq_kt_userdata/Demo_Product";
+    const bool existed = QFileInfo::exists(derived);
     WriteAll(place.inst + "Tidewater.dat", "");
     json = InspectUnchanged(place);
     EXPECT_EQ(json["user_info"], "/usr/local/zq_kt_userdata/Demo_Product/Brightwell/UserInfo.dat");
-    EXPECT_FALSE(QFileInfo::exists("/usr/local/zq_kt_userdata/Demo_Product"));
+    EXPECT_EQ(QFileInfo::exists(derived), existed);
 
     const std::pair<QStringList, std::string> bad[] = {
         {{place.root + "none"},
