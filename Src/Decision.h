@@ -169,7 +169,8 @@ SettingPlace PlaceOf(Need need);
 // (the store gives absent and empty alike); the runs apply the defaults.
 struct Known {
     void Set(Need need, const QString& text);
-    // A clock reading: the runs take readings in the order given; Pin makes every reading one.
+    // A clock reading: the runs take readings in the order given (a run takes at most two; more
+    // than four are dropped). Pin makes every reading this one.
     void AddClock(const QDateTime& now);
     void Pin(const QDateTime& now);
     void SetDraw(int draw);

@@ -425,17 +425,18 @@ QJsonObject RenderJson(const Inspection& in) {
             {"key", repair.key},
             {"from", repair.from.isNull() ? QJsonValue(QJsonValue::Null) : QJsonValue(repair.from)},
             {"to", repair.to}});
-    const QJsonObject schedule{{"strategy", r.nStrategy ? "cycle" : "never"},
-                               {"cycle_days", qint64(r.nUpdateCycle)},
-                               {"last_launch", Moment(r.nLastLaunchTime)},
-                               {"status", in.known.text[int(Need::LastStatus)]},
-                               {"interrupted", bool(r.bContinue)},
-                               {"delay_round", qint64(r.nDelayTimes)},
-                               {"delay_time", qint64(r.nDelayTime)},
-                               {"auto_check_now", qint64(s.autoCheckNow)},
-                               {"time_random_range", qint64(s.timeRandomRange)},
-                               {"timer_minutes", qint64(s.timerMinutes)},
-                               {"run_with_system", s.runWithSystem}};
+    const QJsonObject schedule{
+        {"strategy", r.nStrategy ? "cycle" : "never"},
+        {"cycle_days", qint64(r.nUpdateCycle)},
+        {"last_launch", Moment(r.nLastLaunchTime)},
+        {"status", r.bContinue ? in.known.text[int(Need::LastStatus)] : QStringLiteral("ready")},
+        {"interrupted", bool(r.bContinue)},
+        {"delay_round", qint64(r.nDelayTimes)},
+        {"delay_time", qint64(r.nDelayTime)},
+        {"auto_check_now", qint64(s.autoCheckNow)},
+        {"time_random_range", qint64(s.timeRandomRange)},
+        {"timer_minutes", qint64(s.timerMinutes)},
+        {"run_with_system", s.runWithSystem}};
     return QJsonObject{
         {"installed", in.files.installed},
         {"user_info", in.files.userInfo},
