@@ -1,19 +1,12 @@
 // The agent: schedule, launch decision, deployment and process control.
 #pragma once
 
+#include "Decision.h"
+
 #include <QString>
 #include <QtGlobal>
+#include <functional>
 #include <string>
-
-// The schedule record, filled afresh from UserInfo.dat on every check.
-struct CONFIG_INFO {
-    quint32 nStrategy;       // 1 cycle, 0 never
-    quint32 nUpdateCycle;    // days
-    quint32 nDelayTimes;     // delay round, 1 to 3 after reading
-    quint32 bContinue;       // an interrupted run is to be resumed
-    quint32 nDelayTime;      // seconds since the epoch; 0 = no delay drawn yet
-    quint32 nLastLaunchTime; // seconds since the epoch
-};
 
 // Sets g_qstrTidewaterIniPath, g_qstrUpdateInfoDatPath and (unless `bDup`) g_qstrTidewaterExePath
 // from `path` (a folder ending with "/"). When "UpdateSetting"/"RunWithSystem" of Tidewater.dat
@@ -22,7 +15,10 @@ struct CONFIG_INFO {
 // UpdateInfo.dat; 0 when all exist.
 int InitFilePath(const QString& path, bool bDup);
 
-// Schedule and launch decision.
+// Schedule and launch decision: the rules of Decision.h run on the real files, clock and
+// generator. CarryOut runs any rule so: it reads each value when asked, and logs, writes to
+// UserInfo.dat, starts the updater or ends the process (status 0) as the rule says.
+Outcome CarryOut(const std::function<Outcome(const Known&)>& rule);
 // Fills `info` from UserInfo.dat (g_qstrUserInfoIniPath) and writes repaired values back: a
 // strategy other than "cycle"/"never" becomes "cycle"; an UpdateCycle of 0 takes the stored text
 // again with "ConfigCycleDefault" of Tidewater.dat (else 1) as default; a status neither
@@ -34,11 +30,10 @@ void ReadConfigInfo(CONFIG_INFO& info);
 // is reached. When no delay is drawn yet, draws one within TimeRandomRange minutes (default 720;
 // half of it in the second round), writes "DelayInfo"/"DelayTime" to UserInfo.dat.
 bool IsTimeToLaunchUpdate(const CONFIG_INFO& info);
-// At start-up: a delay that ran out while the agent was away counts as one more round.
-// Writes "DelayInfo"/"DelayTime" = 1 and DelayTimes + 1 to UserInfo.dat; no change in round 3.
+// At start-up: a delay of round 1 or 2 that ran out while the agent was away counts as one more
+// round. Writes "DelayInfo"/"DelayTime" = 1 and DelayTimes + 1 to UserInfo.dat; no change in
+// round 3.
 void CheckMissed();
-// True for the statuses of an interrupted run: "querying", "downloading", "downloaded".
-bool NeedContinue(const QString& status);
 
 // Deployment into the duplicate folder.
 // Refreshes the duplicate folder `dst` from the installed folder `src` (both ending with "/"):
