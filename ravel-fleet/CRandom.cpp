@@ -48,8 +48,7 @@ SeedDraws::SeedDraws() : cached_(std::size_t(kSeeds) * kCached) {
 }
 
 int32_t SeedDraws::Draw(uint32_t seed, int index) const {
-    seed %= kSeeds;
-    if (index < kCached)
+    if (seed < kSeeds && index < kCached)
         return cached_[std::size_t(seed) * kCached + index];
     CRandom random(seed);
     for (int i = 0; i < index; ++i)

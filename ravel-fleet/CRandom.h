@@ -26,7 +26,7 @@ public:
     static constexpr int kCached = 4;
 
     SeedDraws();
-    // The draw number `index` (0 = first) after seeding with `seed`; seeds past a day wrap.
+    // The draw number `index` (0 = first) after seeding with `seed`, any seed.
     int32_t Draw(uint32_t seed, int index) const;
 
 private:

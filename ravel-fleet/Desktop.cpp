@@ -28,7 +28,9 @@ void RunSession(const FleetModel& model, const SeedDraws& table, DesktopRecord& 
                 uint64_t login, uint64_t logout, DesktopStream& stream, LaunchSink& sink,
                 bool everyCheck) {
     // The agent seeds the generator with the seconds since local midnight at start-up.
-    RunDraws draws(table, static_cast<uint32_t>(login % kSecondsPerDay));
+    const uint32_t seed = model.uniqueSeeds ? static_cast<uint32_t>(stream.Next())
+                                            : static_cast<uint32_t>(login % kSecondsPerDay);
+    RunDraws draws(table, seed);
     StartAgent(model, record, static_cast<uint32_t>(login));
     const uint64_t period = uint64_t(model.timerMinutes) * 60;
     for (uint64_t now = login; now < logout;) {

@@ -114,6 +114,8 @@ const std::map<std::string, ValueOption>& ValueOptions() {
 bool ParseFlag(const std::string& name, CommandLine& out) {
     if (name == "--synced")
         out.model.synced = true;
+    else if (name == "--unique-seeds")
+        out.model.uniqueSeeds = true;
     else if (name == "--json")
         out.json = true;
     else if (name == "--help" || name == "-h")
@@ -166,13 +168,15 @@ std::string UsageText() {
     return "usage: ravel-fleet [--agents N] [--days D] [--cycle DAYS] [--auto-check-now 0|1]\n"
            "                   [--range MINUTES] [--timer MINUTES] [--login HH:MM-HH:MM]\n"
            "                   [--logout HH:MM-HH:MM] [--always-on SHARE] [--interrupted SHARE]\n"
-           "                   [--synced] [--seed S] [--csv FILE] [--svg FILE]\n"
+           "                   [--synced] [--unique-seeds] [--seed S] [--csv FILE] [--svg FILE]\n"
            "                   [--overlay CSV [--overlay-label TEXT]] [--json]\n"
            "Simulates N desktops running the agent for D days from Monday 2024-01-01 and reports\n"
            "the launches of the updater an update server would see. Defaults: 10000 desktops,\n"
            "14 days, cycle 1 day, AutoCheckNow 1, TimeRandomRange 720, TimerMinutes 1, login\n"
            "08:00-09:00 and logout 17:00-18:00 on weekdays, no desktop always on, no run\n"
            "interrupted, last launches spread over the cycle before day 0, seed 1.\n"
+           "--unique-seeds is a what-if: each agent seeds its generator with a number of its own\n"
+           "instead of the seconds since midnight at start-up, as the agent does.\n"
            "Times are local times; the simulation never reads the machine's time zone.\n";
 }
 
@@ -205,5 +209,7 @@ std::string DescribeModel(const FleetModel& model) {
     }
     if (model.synced)
         text += ", synced";
+    if (model.uniqueSeeds)
+        text += ", unique seeds";
     return text;
 }

@@ -30,6 +30,9 @@ struct FleetModel {
     double alwaysOnShare = 0;    // desktops logged in on day 0 and never switched off
     double interruptedShare = 0; // updater runs that end "downloading", to be resumed
     bool synced = false;         // every last launch half a cycle before day 0
+    // What-if: each agent seeds its generator with a number of its own instead of the seconds
+    // since midnight, so desktops starting in the same second no longer draw alike.
+    bool uniqueSeeds = false;
     uint64_t seed = 1;
 };
 
