@@ -1,28 +1,26 @@
 // The agent: schedule, launch decision, deployment and process control.
 #pragma once
 
+#include "Decision.h"
+
 #include <QString>
 #include <QtGlobal>
+#include <functional>
 #include <string>
-
-// The schedule record, filled afresh from UserInfo.dat on every check.
-struct CONFIG_INFO {
-    quint32 nStrategy;        // 1 cycle, 0 never
-    quint32 nUpdateCycle;     // days
-    quint32 nDelayTimes;      // delay round, 1 to 3 after reading
-    quint32 bContinue;        // an interrupted run is to be resumed
-    quint32 nDelayTime;       // seconds since the epoch; 0 = no delay drawn yet
-    quint32 nLastLaunchTime;  // seconds since the epoch
-};
 
 // File layout: 0 success, 1 updater, 2 UserInfo.dat, 3 Tidewater.dat, 4 UpdateInfo.dat missing.
 int InitFilePath(const QString& path, bool bDup);
 
-// Schedule and launch decision.
+// Schedule and launch decision: the rules of Decision.h run on the real files, clock and
+// generator. CarryOut runs any rule so: it reads each value when asked, and logs, writes to
+// UserInfo.dat, starts the updater or ends the process (status 0) as the rule says.
+Outcome CarryOut(const std::function<Outcome(const Known&)>& rule);
+// Fills info from UserInfo.dat, writing back each repair.
 void ReadConfigInfo(CONFIG_INFO& info);
+// True when the updater is to be started now; may write a drawn "DelayTime".
 bool IsTimeToLaunchUpdate(const CONFIG_INFO& info);
+// At start-up: counts a delay of round 1 or 2 that ran out while the agent was away.
 void CheckMissed();
-bool NeedContinue(const QString& status);
 
 // Deployment into the duplicate folder.
 int CopyFileToDup(const QString& src, const QString& dst);

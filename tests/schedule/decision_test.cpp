@@ -1,0 +1,242 @@
+// The decision core over values: what a run asks for and in which order, and what the
+// forecast announces for each kind of schedule.
+#include "Decision.h"
+
+#include <gtest/gtest.h>
+#include <map>
+
+namespace {
+const QDateTime kAt(QDate(2024, 3, 5), QTime(14, 2, 0));
+const quint32 at = quint32(kAt.toSecsSinceEpoch()), kDay = 86400;
+
+// Runs a rule over these texts (absent keys read as empty), clock readings of kAt and a
+// draw of 1804289383; returns the needs in the order asked, then what was written.
+std::string Trace(Outcome (*rule)(const Known&), const std::map<Need, QString>& texts) {
+    Known known;
+    std::string asked, written;
+    const Outcome outcome = RunRule(
+        rule, known,
+        [&](Need need, Known& k) {
+            asked += std::to_string(int(need)) + " ";
+            if (need == Need::Clock)
+                k.AddClock(kAt);
+            else if (need == Need::Draw)
+                k.SetDraw(1804289383);
+            else
+                k.Set(need, texts.count(need) ? texts.at(need) : QString());
+        },
+        [&](const Effect& e) {
+            if (e.kind == Effect::Kind::Write)
+                written +=
+                    std::string(PlaceOf(e.key).key) + "=" + WrittenText(e).toStdString() + " ";
+            else if (e.kind == Effect::Kind::Launch)
+                written += "launch ";
+        });
+    return asked + "| " + written + (outcome.exits ? "exit" : "");
+}
+} // namespace
+
+TEST(DecisionCore, RunsAskForEachValueOnlyWhenTheyReachIt) {
+    using N = Need;
+    const QString ready = "ready", due = "2024-03-04 14:01:59", fresh = "2024-03-05 14:00:00";
+    // Texts; the needs by number (see Need) then the writes, in order.
+    const std::pair<std::map<Need, QString>, std::string> checks[] = {
+        // Empty files: every repair, the clock for the new last launch, then the decision's
+        // own reading; a cycle that starts now is not over.
+        {{},
+         "1 2 6 7 8 9 10 11 3 12 13 13 | UpdateCycle=1 LastStatus=ready "
+         "LastLaunchTime=2024-03-05 14:02:00 DelayTimes=1 "},
+        // Due with AutoCheckNow absent: no range, no draw.
+        {{{N::UpdateCycle, "1"},
+          {N::DelayTimes, "1"},
+          {N::LastStatus, ready},
+          {N::LastLaunchTime, due}},
+         "1 2 6 7 8 9 10 11 13 4 | launch "},
+        // Due with AutoCheckNow 0 and no delay drawn: the range and one draw, no launch.
+        {{{N::UpdateCycle, "1"},
+          {N::DelayTimes, "1"},
+          {N::LastStatus, ready},
+          {N::LastLaunchTime, due},
+          {N::AutoCheckNow, "0"},
+          {N::DelayTime, "0"}},
+         "1 2 6 7 8 9 10 11 13 4 5 14 | DelayTime=" + std::to_string(at + 36297) + " "},
+        // A drawn delay already past: no range, no draw.
+        {{{N::UpdateCycle, "1"},
+          {N::DelayTimes, "2"},
+          {N::LastStatus, ready},
+          {N::LastLaunchTime, due},
+          {N::AutoCheckNow, "0"},
+          {N::DelayTime, "5"}},
+         "1 2 6 7 8 9 10 11 13 4 | launch "},
+        // Not over: no AutoCheckNow.
+        {{{N::UpdateCycle, "1"},
+          {N::DelayTimes, "1"},
+          {N::LastStatus, ready},
+          {N::LastLaunchTime, fresh}},
+         "1 2 6 7 8 9 10 11 13 | "},
+        // "never": no clock; without RunWithSystem the agent ends; an interrupted run resumes.
+        {{{N::Strategy, "never"},
+          {N::UpdateCycle, "1"},
+          {N::DelayTimes, "1"},
+          {N::LastStatus, ready},
+          {N::LastLaunchTime, due},
+          {N::RunWithSystem, "0"}},
+         "1 2 6 7 8 9 10 11 | exit"},
+        {{{N::Strategy, "never"},
+          {N::UpdateCycle, "1"},
+          {N::DelayTimes, "1"},
+          {N::LastStatus, "downloading"},
+          {N::LastLaunchTime, fresh},
+          {N::RunWithSystem, "0"}},
+         "1 2 6 7 8 9 10 11 | launch "},
+    };
+    for (const auto& [texts, expected] : checks)
+        EXPECT_EQ(Trace(CheckRule, texts), expected);
+    // The missed-delay rule reads the clock only for a round 1 or 2 with a delay set.
+    const std::pair<std::map<Need, QString>, std::string> missed[] = {
+        {{{N::UpdateCycle, "1"},
+          {N::DelayTimes, "2"},
+          {N::LastStatus, ready},
+          {N::LastLaunchTime, due},
+          {N::DelayTime, "100"}},
+         "6 7 8 9 10 11 13 | DelayTime=1 DelayTimes=3 "},
+        {{{N::UpdateCycle, "1"},
+          {N::DelayTimes, "3"},
+          {N::LastStatus, ready},
+          {N::LastLaunchTime, due},
+          {N::DelayTime, "100"}},
+         "6 7 8 9 10 11 | "},
+        {{{N::UpdateCycle, "1"},
+          {N::DelayTimes, "1"},
+          {N::LastStatus, ready},
+          {N::LastLaunchTime, due},
+          {N::DelayTime, QString::number(at)}},
+         "6 7 8 9 10 11 13 | "},
+    };
+    for (const auto& [texts, expected] : missed)
+        EXPECT_EQ(Trace(MissedRule, texts), expected);
+}
+
+TEST(DecisionCore, ForecastForEachVerdict) {
+    const quint32 absent = kDelayAbsent, clockEnd = 4294967295u;
+    struct Row {
+        const char* what;
+        CONFIG_INFO record;        // strategy, cycle, round, continue, delay, last launch
+        ScheduleSettings settings; // timer, RunWithSystem, AutoCheckNow, range
+        quint32 at;
+        bool startsNow;
+        std::string expected; // verdict path missed earliest-at latest-at ("-" when none)
+    };
+    const ScheduleSettings defaults, noAuto{1, true, 0, 720};
+    const Row rows[] = {
+        {"over by a second", {1, 1, 1, 0, 0, at - kDay - 1}, defaults, at, false, "launch 1 0 0 0"},
+        {"ends at the boundary",
+         {1, 1, 1, 0, 0, at - kDay},
+         defaults,
+         at,
+         false,
+         "wait-cycle 1 0 60 60"},
+        {"checks whenever idle",
+         {1, 1, 1, 0, 0, at - kDay},
+         {0, true, 1, 720},
+         at,
+         false,
+         "wait-cycle 1 0 1 1"},
+        {"timer never armed",
+         {1, 1, 1, 0, 0, at - kDay},
+         {35792, true, 1, 720},
+         at,
+         false,
+         "wait-cycle 0 0 - -"},
+        {"round 1 draws",
+         {1, 1, 1, 0, 0, at - kDay - 1},
+         noAuto,
+         at,
+         false,
+         "wait-delay 5 0 60 43200"},
+        {"round 2 draws half",
+         {1, 1, 2, 0, 0, at - kDay - 1},
+         noAuto,
+         at,
+         false,
+         "wait-delay 5 0 60 21600"},
+        {"span 0 is 1 s",
+         {1, 1, 2, 0, 0, at - kDay - 1},
+         {1, true, 0, 1},
+         at,
+         false,
+         "wait-delay 5 0 60 60"},
+        {"draw after the cycle",
+         {1, 1, 1, 0, 0, at - 100},
+         noAuto,
+         at,
+         false,
+         "wait-cycle 5 0 86400 129540"},
+        {"round 3", {1, 1, 3, 0, 0, at - kDay - 1}, noAuto, at, false, "launch 2 0 0 0"},
+        {"pending delay",
+         {1, 1, 1, 0, at + 100, at - kDay - 1},
+         noAuto,
+         at,
+         false,
+         "wait-delay 4 0 120 120"},
+        {"delay past", {1, 1, 2, 0, at - 5, at - kDay - 1}, noAuto, at, false, "launch 3 0 0 0"},
+        {"absent delay", {1, 1, 1, 0, absent, at - 100}, noAuto, at, false, "held 0 0 - -"},
+        {"absent delay, round 3",
+         {1, 1, 3, 0, absent, at - kDay - 1},
+         noAuto,
+         at,
+         false,
+         "launch 2 0 0 0"},
+        {"missed at start",
+         {1, 1, 1, 0, at - 5, at - 100},
+         noAuto,
+         at,
+         true,
+         "wait-cycle 3 1 86340 86340"},
+        {"not missed when running",
+         {1, 1, 1, 0, at - 5, at - 100},
+         noAuto,
+         at,
+         false,
+         "wait-cycle 3 0 86340 86340"},
+        {"never missed in round 3",
+         {1, 1, 3, 0, at - 5, at - 100},
+         noAuto,
+         at,
+         true,
+         "wait-cycle 2 0 86340 86340"},
+        {"cycle past the clock",
+         {1, 1, 1, 0, 0, clockEnd - 100},
+         defaults,
+         clockEnd - 90,
+         false,
+         "wait-cycle 0 0 - -"},
+        {"future last launch", {1, 30, 1, 0, 0, at + 10}, defaults, at, false, "launch 1 0 0 0"},
+        {"resume", {1, 1, 1, 1, 0, at}, defaults, at, false, "resume 0 0 0 0"},
+        {"resume under never",
+         {0, 1, 1, 1, 0, at},
+         {1, false, 1, 720},
+         at,
+         false,
+         "resume 0 0 0 0"},
+        {"resident under never", {0, 1, 1, 1, 0, at}, defaults, at, false, "never 0 0 - -"},
+        {"never, resident", {0, 1, 1, 0, 0, at - kDay - 1}, defaults, at, false, "never 0 0 - -"},
+        {"never, not resident",
+         {0, 1, 1, 0, 0, at - kDay - 1},
+         {1, false, 1, 720},
+         at,
+         false,
+         "ends 0 0 - -"},
+    };
+    const auto relative = [](qint64 moment, quint32 from) {
+        return moment < 0 ? std::string("-") : std::to_string(moment - from);
+    };
+    for (const Row& row : rows) {
+        const Forecast f = Foresee(row.record, row.settings, row.at, row.startsNow);
+        EXPECT_EQ(std::string(VerdictName(f.verdict)) + " " + std::to_string(int(f.path)) + " " +
+                      std::to_string(f.missed) + " " + relative(f.earliest, row.at) + " " +
+                      relative(f.latest, row.at),
+                  row.expected)
+            << row.what;
+    }
+}
