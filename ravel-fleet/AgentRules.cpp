@@ -4,8 +4,6 @@
 
 namespace {
 
-constexpr qint64 kLastSecond = 4294967295LL;
-
 // The record as the agent reads it back from what the simulated updater keeps valid.
 CONFIG_INFO ToInfo(const FleetModel& model, const DesktopRecord& record) {
     CONFIG_INFO info{};
@@ -42,8 +40,7 @@ CheckAction CheckOnce(const FleetModel& model, DesktopRecord& record, uint32_t n
     if (step.draws) {
         const qint64 moment =
             DrawnDelay(now, DelaySpan(info.nDelayTimes, model.rangeMinutes), draws.Next());
-        // Stored as text and read back as a 32-bit number: past the 32-bit clock it reads as 0.
-        record.delayTime = moment > kLastSecond ? 0 : static_cast<uint32_t>(moment);
+        record.delayTime = StoredDelay(moment); // as the next reading of "DelayTime" finds it
     }
     return step.launch ? CheckAction::Launch : CheckAction::None;
 }

@@ -82,30 +82,31 @@ TEST(FleetGenerator, MatchesTheCLibrary) {
 // Monday 08:30:00 logins, logouts at 17:00:00; the last launch on the Sunday before day 0.
 TEST(FleetDesktop, LaunchesAtTheMomentsWorkedOutByHand) {
     const uint32_t login = 8 * kHour + 30 * kMinute, logout = 17 * kHour;
-    const uint32_t sunday9 = kDayZero - kDay + 9 * kHour;
+    const uint32_t sunday = kDayZero - kDay + 9 * kHour - 1; // Sunday 08:59:59
     const auto at = [](uint32_t day, uint32_t secondOfDay) {
         return kDayZero + day * kDay + secondOfDay;
     };
 
     FleetModel autoNow;
     autoNow.days = 8;
-    // The cycle ends at 09:00:00; the check then is not past it, so 09:01:00 launches and the
-    // launch creeps a minute a day until the weekend; Monday's first check launches at login.
-    EXPECT_EQ(Launches(autoNow, login, logout, {sunday9, 1, 0, false}),
-              (std::vector<uint32_t>{at(0, 9 * kHour + 60), at(1, 9 * kHour + 120),
-                                     at(2, 9 * kHour + 180), at(3, 9 * kHour + 240),
-                                     at(4, 9 * kHour + 300), at(7, login)}))
+    // The cycle ends at 08:59:59 and the check at 09:00:00 is past it; from then on each cycle
+    // ends on a check, which is not past it, so the launch creeps a minute a day until the
+    // weekend, after which Monday's first check launches at login.
+    EXPECT_EQ(
+        Launches(autoNow, login, logout, {sunday, 1, 0, false}),
+        (std::vector<uint32_t>{at(0, 9 * kHour), at(1, 9 * kHour + 60), at(2, 9 * kHour + 120),
+                               at(3, 9 * kHour + 180), at(4, 9 * kHour + 240), at(7, login)}))
         << "AutoCheckNow 1";
 
     FleetModel delayed = autoNow;
     delayed.days = 1;
     delayed.autoCheckNow = 0;
     delayed.rangeMinutes = 60;
-    // The check at 09:01:00 draws a delay; the first check at or after it launches.
-    const uint32_t drawnAt = at(0, 9 * kHour + 60);
+    // The check at 09:00:00 draws a delay; the first check at or after it launches.
+    const uint32_t drawnAt = at(0, 9 * kHour);
     const uint32_t delay = drawnAt + Offset(FirstDraw(login), 3600);
     const uint32_t firstCheck = at(0, login) + (delay - at(0, login) + 59) / 60 * 60;
-    EXPECT_EQ(Launches(delayed, login, logout, {sunday9, 1, 0, false}),
+    EXPECT_EQ(Launches(delayed, login, logout, {sunday, 1, 0, false}),
               std::vector<uint32_t>{firstCheck})
         << "a drawn delay to " << delay;
 
@@ -121,8 +122,8 @@ TEST(FleetDesktop, LaunchesAtTheMomentsWorkedOutByHand) {
         << "missed round";
 
     // Round 3 launches at the first check after the end of the cycle, delay or not.
-    EXPECT_EQ(Launches(delayed, login, logout, {sunday9, 3, 0, false}),
-              std::vector<uint32_t>{at(0, 9 * kHour + 60)})
+    EXPECT_EQ(Launches(delayed, login, logout, {sunday, 3, 0, false}),
+              std::vector<uint32_t>{at(0, 9 * kHour)})
         << "round 3";
     // An interrupted run is resumed at every check until one finishes.
     FleetModel interrupted = delayed;
