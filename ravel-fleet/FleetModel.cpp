@@ -36,11 +36,13 @@ bool ParseShare(const std::string& text, double& value) {
 
 // "HH:MM"; 24:00 is allowed as the end of a window.
 bool ParseClock(const std::string& text, uint32_t& seconds) {
-    unsigned hours = 0, minutes = 0;
-    char extra = 0;
-    if (text.size() != 5 || text[2] != ':' ||
-        std::sscanf(text.c_str(), "%2u:%2u%c", &hours, &minutes, &extra) != 2)
+    const auto digit = [&](size_t i) { return unsigned(text[i] - '0'); };
+    if (text.size() != 5 || text[2] != ':')
         return false;
+    for (size_t i : {0, 1, 3, 4})
+        if (digit(i) > 9)
+            return false;
+    const unsigned hours = digit(0) * 10 + digit(1), minutes = digit(3) * 10 + digit(4);
     if (minutes > 59 || hours > 24 || (hours == 24 && minutes != 0))
         return false;
     seconds = hours * 3600 + minutes * 60;

@@ -35,7 +35,7 @@ std::vector<uint32_t> Launches(FleetModel model, uint32_t login, uint32_t logout
                                DesktopRecord record) {
     model.login = {login, login + 1};
     model.logout = {logout, logout + 1};
-    const SeedDraws draws;
+    static const SeedDraws draws;
     DesktopStream stream(model.seed, 0);
     Recorder recorder;
     SimulateDesktop(model, draws, stream, record, recorder);
@@ -214,6 +214,7 @@ TEST(FleetTool, RefusesBadOptions) {
         {"--timer 35792", "--timer '35792' is not minutes from 1 to 35791"},
         {"--auto-check-now 2", "--auto-check-now '2' is not 0 or 1"},
         {"--login 09:00-08:00", "--login '09:00-08:00' is not HH:MM-HH:MM"},
+        {"--logout=+8:00-18:00", "--logout '+8:00-18:00' is not HH:MM-HH:MM"},
         {"--login 08:00-18:00", "--logout must start no earlier than the end of --login"},
         {"--always-on 1.5", "--always-on '1.5' is not a share from 0 to 1"},
         {"--frobnicate", "unknown option '--frobnicate'"},
