@@ -467,6 +467,16 @@ void Known::SetDraw(int value) {
     has |= 1u << int(Need::Draw);
 }
 
+ScheduleSettings SettingsFrom(const Known& known) {
+    const auto value = [&known](Need need) { return ValueOf(need, known.text[int(need)]); };
+    ScheduleSettings settings;
+    settings.timerMinutes = value(Need::TimerMinutes).toUInt();
+    settings.runWithSystem = value(Need::RunWithSystem).toBool();
+    settings.autoCheckNow = value(Need::AutoCheckNow).toUInt();
+    settings.timeRandomRange = value(Need::TimeRandomRange).toUInt();
+    return settings;
+}
+
 const char* NoteFormat(Note note) {
     static const char* const formats[] = {
         "%s: Enter",

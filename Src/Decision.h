@@ -183,6 +183,9 @@ struct Known {
     quint32 has = 0;
 };
 
+// The Tidewater.dat settings as the agent converts the texts known (defaults for the others).
+ScheduleSettings SettingsFrom(const Known& known);
+
 // The log lines the rules write. Each has a printf format (NoteFormat) and one argument kind.
 enum class Note : quint8 {
     Enter, // "%s: Enter" with the run's name; the lines after it are indented one step more

@@ -1,0 +1,249 @@
+// ravel-schedule as a process on real folders: each verdict in text and JSON, nothing on disk
+// changed, a running agent untouched, and the real agent then doing what was announced.
+#include "../agent/AgentHarness.h"
+#include "Decision.h"
+
+#include <QDateTime>
+#include <QDirIterator>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+
+using namespace ::testing;
+
+namespace {
+const char kFormat[] = "yyyy-MM-dd hh:mm:ss";
+
+struct ToolRun {
+    int status;
+    std::string out, err;
+    QJsonObject json;
+};
+
+ToolRun Inspect(QStringList args) {
+    QProcess tool;
+    tool.start(RAVEL_SCHEDULE_BUILT, args);
+    tool.waitForFinished(60000);
+    ToolRun run{tool.exitCode(),
+                tool.readAllStandardOutput().toStdString(),
+                tool.readAllStandardError().toStdString(),
+                {}};
+    run.json = QJsonDocument::fromJson(QByteArray::fromStdString(run.out)).object();
+    return run;
+}
+
+// Every file and folder under root: contents, mode and modification time in nanoseconds.
+std::map<std::string, std::string> Snapshot(const QString& root) {
+    std::map<std::string, std::string> tree;
+    QDirIterator it(root, QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
+                    QDirIterator::Subdirectories);
+    for (QString path = root; !path.isEmpty(); path = it.hasNext() ? it.next() : QString()) {
+        struct stat s {};
+        lstat(path.toLocal8Bit().constData(), &s);
+        tree[path.toStdString()] = std::to_string(s.st_mode) + " " +
+                                   std::to_string(s.st_mtim.tv_sec) + "." +
+                                   std::to_string(s.st_mtim.tv_nsec) + " " +
+                                   (S_ISREG(s.st_mode) ? ReadAll(path) : std::string());
+    }
+    return tree;
+}
+
+qint64 Seconds(const QJsonValue& moment) {
+    return moment.isNull() ? -1
+                           : QDateTime::fromString(moment.toString(), kFormat).toSecsSinceEpoch();
+}
+
+// Runs the tool in JSON and in text; checks that both agree and that nothing changed.
+QJsonObject InspectUnchanged(const AgentPlace& place) {
+    const auto before = Snapshot(place.root);
+    const ToolRun json = Inspect({place.inst, "--json"}), text = Inspect({place.inst});
+    EXPECT_EQ(json.status, 0) << json.err;
+    EXPECT_EQ(text.status, 0) << text.err;
+    const std::string verdict = json.json["verdict"].toString().toStdString();
+    EXPECT_THAT(text.out, HasSubstr("\nVerdict: " + verdict + "\n"));
+    EXPECT_EQ(Snapshot(place.root), before) << "the tool changed the sandbox";
+    return json.json;
+}
+
+std::string User(const AgentPlace& place, const char* section, const char* key) {
+    return GetConfigure(section, key, "absent", place.dup + "UserInfo.dat")
+        .toString()
+        .toStdString();
+}
+} // namespace
+
+TEST(Inspector, EachVerdictIsWhatTheAgentThenDoes) {
+    const QString now = QDateTime::currentDateTime().toString(kFormat);
+    struct Row {
+        const char* verdict;
+        Settings settings, user;
+        std::vector<std::string> logged; // by the agent afterwards, in order
+        bool launches;
+    };
+    const std::string ready = "Time is Ready, Try to Launch("; // the updater's path follows
+    const Row rows[] = {
+        {"launch",
+         {},
+         {{"UpdateStrategy", {{"Strategy", "circle"}}}},
+         {"AutoCheckNow = 1", ready},
+         true},
+        {"held", {{"UpdateSetting", {{"AutoCheckNow", "0"}}}}, {}, {"Sleep 600 Minutes"}, false},
+        {"wait-delay",
+         {{"UpdateSetting", {{"AutoCheckNow", "0"}}}},
+         {{"DelayInfo", {{"DelayTime", "0"}}}},
+         {"Delay to Time (", "Sleep 600 Minutes"},
+         false},
+        {"wait-cycle",
+         {},
+         {{"UpdateRecord", {{"LastLaunchTime", now}}}},
+         {"Sleep 600 Minutes"},
+         false},
+        {"resume",
+         {},
+         {{"UpdateInfo", {{"LastStatus", "downloading"}}}},
+         {"LastTime DownLoad broken, Continue now!"},
+         true},
+        {"never", {}, {{"UpdateStrategy", {{"Strategy", "never"}}}}, {"Sleep 600 Minutes"}, false},
+        {"ends",
+         {{"UpdateSetting", {{"RunWithSystem", "0"}}}},
+         {{"UpdateStrategy", {{"Strategy", "never"}}}},
+         {"Strategy was set to never, duplicate ravel will exit now!"},
+         false},
+        // A delay of round 1 that ran out while the agent was away: counted, then launched.
+        {"launch",
+         {{"UpdateSetting", {{"AutoCheckNow", "0"}}}},
+         {{"DelayInfo", {{"DelayTime", "1000"}}}},
+         {"Missed UpdateTime, DelayTimes=2", ready},
+         true},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.verdict + (" " + row.logged[0]));
+        AgentPlace place;
+        place.LayOutInstalled(row.settings, row.user);
+        const QJsonObject json = InspectUnchanged(place);
+        EXPECT_EQ(json["verdict"].toString().toStdString(), row.verdict);
+        EXPECT_EQ(json["running"], false);
+        EXPECT_EQ(json["missed"], row.logged[0].rfind("Missed", 0) == 0);
+        EXPECT_EQ(json["earliest"].isNull(), !row.launches && row.verdict[0] != 'w');
+        const qint64 at = Seconds(json["at"]), latest = Seconds(json["latest"]);
+
+        const pid_t pid = place.StartDuplicate();
+        if (row.verdict == std::string("ends")) {
+            EXPECT_EQ(place.Reap(pid), 0);
+        } else {
+            ASSERT_TRUE(WaitUntil([&] { return place.Settled(); }));
+            const QString args = place.inst + "Tidewater.args";
+            EXPECT_EQ(row.launches ? WaitUntil([&] { return QFile::exists(args); })
+                                   : QFile::exists(args),
+                      row.launches);
+            EXPECT_EQ(place.EndResident(pid), 0);
+        }
+        std::vector<std::string> logged = row.logged;
+        for (std::string& message : logged) // completed with the updater or the drawn moment
+            if (message.back() == '(')
+                message +=
+                    (message == ready ? place.updater
+                                      : QDateTime::fromSecsSinceEpoch(
+                                            std::stoll(User(place, "DelayInfo", "DelayTime")))
+                                            .toString(kFormat)
+                                            .toStdString()) +
+                    ")";
+        EXPECT_TRUE(place.Logged(logged));
+        EXPECT_EQ(place.Logged({"File path is: " + place.updater}), row.launches);
+        if (row.launches) { // launched at the announced check: now
+            EXPECT_EQ(Seconds(json["earliest"]), at);
+        }
+        if (row.verdict == std::string("wait-delay")) { // drawn inside the announced window
+            const qint64 drawn = std::stoll(User(place, "DelayInfo", "DelayTime"));
+            EXPECT_THAT(drawn, AllOf(Gt(at), Le(at + 43200 + 5)));
+            EXPECT_LE(FirstCheckFrom(at, 36000000, drawn), latest + 5);
+            EXPECT_EQ(Seconds(json["earliest"]), at + 36000);
+        }
+        if (&row == rows) { // the repair announced, then written by the agent
+            EXPECT_EQ(
+                QJsonDocument(json["repairs"].toArray()).toJson(QJsonDocument::Compact),
+                R"([{"from":"circle","key":"Strategy","section":"UpdateStrategy","to":"cycle"}])");
+            EXPECT_EQ(User(place, "UpdateStrategy", "Strategy"), "cycle");
+        }
+    }
+}
+
+TEST(Inspector, RepairsWarningsAndBadCommandLines) {
+    AgentPlace place;
+    place.LayOutInstalled(
+        {{"UpdateSetting", {{"TimerMinutes", "0"}}}, {"LOG", {{"LogSwitch", "0"}}}},
+        {{"DelayInfo", {{"DelayTimes", "7"}}}, {"UpdateStrategy", {{"UpdateCycle", ""}}}});
+    QJsonObject json = InspectUnchanged(place);
+    EXPECT_EQ(QJsonDocument(json["repairs"].toArray()).toJson(QJsonDocument::Compact).toStdString(),
+              R"([{"from":null,"key":"UpdateCycle","section":"UpdateStrategy","to":"1"},)"
+              R"({"from":"7","key":"DelayTimes","section":"DelayInfo","to":"1"}])");
+    EXPECT_THAT(json["warnings"].toVariant().toStringList().join("\n").toStdString(),
+                AllOf(HasSubstr("\"TimerMinutes\" is 0: the agent checks whenever it is idle"),
+                      HasSubstr("\"LogSwitch\" is 0: the agent writes no log")));
+    // A timer that is never armed; a malformed UserInfo.dat reads as defaults, with a warning.
+    WriteConfigure("UpdateSetting", "TimerMinutes", "35792", place.inst + "Tidewater.dat");
+    WriteAll(place.dup + "UserInfo.dat", "not xml");
+    json = InspectUnchanged(place);
+    EXPECT_THAT(json["warnings"].toVariant().toStringList().join("\n").toStdString(),
+                AllOf(HasSubstr("the timer is never armed and only the first check runs"),
+                      HasSubstr("UserInfo.dat holds no settings")));
+    EXPECT_EQ(json["verdict"], "wait-cycle"); // a first cycle from now; no check after it
+    EXPECT_TRUE(json["latest"].isNull());
+
+    // No DuplicatePath: the folder the agent would make is named, not made.
+    WriteAll(place.inst + "Tidewater.dat", "");
+    json = InspectUnchanged(place);
+    EXPECT_EQ(json["user_info"], "/usr/local/zq_kt_userdata/Demo_Product/Brightwell/UserInfo.dat");
+    EXPECT_FALSE(QFileInfo::exists("/usr/local/zq_kt_userdata/Demo_Product"));
+
+    const std::pair<QStringList, std::string> bad[] = {
+        {{place.root + "none"},
+         "ravel-schedule: " + place.root.toStdString() + "none: no such folder\n"},
+        {{place.data},
+         "ravel-schedule: " + place.data.toStdString() +
+             ": not an installed folder (neither ravel.app nor Tidewater.dat is there)\n"},
+        {{place.inst, "--at", "2024-02-30 10:00:00"},
+         "ravel-schedule: --at needs a local time as \"yyyy-MM-dd hh:mm:ss\", not \"2024-02-30 "
+         "10:00:00\"\n"},
+        {{},
+         "ravel-schedule: usage: ravel-schedule INSTALLED_FOLDER [--at \"yyyy-MM-dd hh:mm:ss\"] "
+         "[--json]\n"}};
+    for (const auto& [args, message] : bad) {
+        const ToolRun run = Inspect(args);
+        EXPECT_EQ(run.err, message);
+        EXPECT_EQ(run.status, message.find("usage") != std::string::npos ||
+                                      message.find("--at") != std::string::npos
+                                  ? 2
+                                  : 1);
+        EXPECT_EQ(run.out, "");
+    }
+}
+
+TEST(Inspector, ARunningAgentIsSeenAndSurvives) {
+    AgentPlace place;
+    // A delay drawn for tomorrow, pending: the next check does not launch.
+    const QString tomorrow = QString::number(QDateTime::currentSecsSinceEpoch() + 86400);
+    place.LayOutInstalled({{"UpdateSetting", {{"AutoCheckNow", "0"}}}},
+                          {{"DelayInfo", {{"DelayTime", tomorrow}}}});
+    const pid_t pid = place.StartDuplicate();
+    ASSERT_TRUE(WaitUntil([&] { return place.Settled(); }));
+    const QJsonObject json = InspectUnchanged(place);
+    EXPECT_EQ(json["running"], true);
+    EXPECT_EQ(json["pid"].toInteger(), pid);
+    EXPECT_EQ(json["port_listening"], true);
+    EXPECT_EQ(json["verdict"], "wait-delay");
+    // For the next check by the timer: ten hours after the one logged.
+    const QString last = json["last_check"][0].toString().section("][", 1).left(19);
+    const qint64 next = QDateTime::fromString(last, kFormat).toSecsSinceEpoch() + 36000;
+    EXPECT_EQ(Seconds(json["check_at"]), next);
+    EXPECT_EQ(Seconds(json["earliest"]), FirstCheckFrom(next, 36000000, tomorrow.toLongLong()));
+    EXPECT_THAT(json["last_check"].toVariant().toStringList().join("\n").toStdString(),
+                AllOf(StartsWith("[Src/ravel("), HasSubstr("[ReadConfigInfo: Enter]-->"),
+                      EndsWith("[Sleep 600 Minutes]-->")));
+    EXPECT_FALSE(CommandLineOf(pid).empty()) << "the agent ended";
+    EXPECT_FALSE(place.Logged({"Accept a connection, ravel exit."}));
+    EXPECT_EQ(place.EndResident(pid), 0);
+}
