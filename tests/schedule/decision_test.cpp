@@ -17,7 +17,9 @@ std::string Trace(Outcome (*rule)(const Known&), const std::map<Need, QString>& 
     const Outcome outcome = RunRule(
         rule, known,
         [&](Need need, Known& k) {
-            asked += std::to_string(int(need)) + " ";
+            asked += need == Need::Clock  ? "clock "
+                     : need == Need::Draw ? "draw "
+                                          : std::string(PlaceOf(need).key) + " ";
             if (need == Need::Clock)
                 k.AddClock(kAt);
             else if (need == Need::Draw)
@@ -38,20 +40,22 @@ std::string Trace(Outcome (*rule)(const Known&), const std::map<Need, QString>& 
 
 TEST(DecisionCore, RunsAskForEachValueOnlyWhenTheyReachIt) {
     using N = Need;
+    const std::string read = "Strategy LastLaunchTime LastStatus DelayTime UpdateCycle DelayTimes ",
+                      check = "TimerMinutes RunWithSystem " + read;
     const QString ready = "ready", due = "2024-03-04 14:01:59", fresh = "2024-03-05 14:00:00";
-    // Texts; the needs by number (see Need) then the writes, in order.
+    // Texts; the values asked for, then the writes, in order.
     const std::pair<std::map<Need, QString>, std::string> checks[] = {
         // Empty files: every repair, the clock for the new last launch, then the decision's
         // own reading; a cycle that starts now is not over.
         {{},
-         "1 2 6 7 8 9 10 11 3 12 13 13 | UpdateCycle=1 LastStatus=ready "
-         "LastLaunchTime=2024-03-05 14:02:00 DelayTimes=1 "},
+         check + "ConfigCycleDefault UpdateCycle clock clock | UpdateCycle=1 LastStatus=ready "
+                 "LastLaunchTime=2024-03-05 14:02:00 DelayTimes=1 "},
         // Due with AutoCheckNow absent: no range, no draw.
         {{{N::UpdateCycle, "1"},
           {N::DelayTimes, "1"},
           {N::LastStatus, ready},
           {N::LastLaunchTime, due}},
-         "1 2 6 7 8 9 10 11 13 4 | launch "},
+         check + "clock AutoCheckNow | launch "},
         // Due with AutoCheckNow 0 and no delay drawn: the range and one draw, no launch.
         {{{N::UpdateCycle, "1"},
           {N::DelayTimes, "1"},
@@ -59,7 +63,8 @@ TEST(DecisionCore, RunsAskForEachValueOnlyWhenTheyReachIt) {
           {N::LastLaunchTime, due},
           {N::AutoCheckNow, "0"},
           {N::DelayTime, "0"}},
-         "1 2 6 7 8 9 10 11 13 4 5 14 | DelayTime=" + std::to_string(at + 36297) + " "},
+         check + "clock AutoCheckNow TimeRandomRange draw | DelayTime=" +
+             std::to_string(at + 36297) + " "},
         // A drawn delay already past: no range, no draw.
         {{{N::UpdateCycle, "1"},
           {N::DelayTimes, "2"},
@@ -67,13 +72,13 @@ TEST(DecisionCore, RunsAskForEachValueOnlyWhenTheyReachIt) {
           {N::LastLaunchTime, due},
           {N::AutoCheckNow, "0"},
           {N::DelayTime, "5"}},
-         "1 2 6 7 8 9 10 11 13 4 | launch "},
+         check + "clock AutoCheckNow | launch "},
         // Not over: no AutoCheckNow.
         {{{N::UpdateCycle, "1"},
           {N::DelayTimes, "1"},
           {N::LastStatus, ready},
           {N::LastLaunchTime, fresh}},
-         "1 2 6 7 8 9 10 11 13 | "},
+         check + "clock | "},
         // "never": no clock; without RunWithSystem the agent ends; an interrupted run resumes.
         {{{N::Strategy, "never"},
           {N::UpdateCycle, "1"},
@@ -81,14 +86,14 @@ TEST(DecisionCore, RunsAskForEachValueOnlyWhenTheyReachIt) {
           {N::LastStatus, ready},
           {N::LastLaunchTime, due},
           {N::RunWithSystem, "0"}},
-         "1 2 6 7 8 9 10 11 | exit"},
+         check + "| exit"},
         {{{N::Strategy, "never"},
           {N::UpdateCycle, "1"},
           {N::DelayTimes, "1"},
           {N::LastStatus, "downloading"},
           {N::LastLaunchTime, fresh},
           {N::RunWithSystem, "0"}},
-         "1 2 6 7 8 9 10 11 | launch "},
+         check + "| launch "},
     };
     for (const auto& [texts, expected] : checks)
         EXPECT_EQ(Trace(CheckRule, texts), expected);
@@ -99,19 +104,19 @@ TEST(DecisionCore, RunsAskForEachValueOnlyWhenTheyReachIt) {
           {N::LastStatus, ready},
           {N::LastLaunchTime, due},
           {N::DelayTime, "100"}},
-         "6 7 8 9 10 11 13 | DelayTime=1 DelayTimes=3 "},
+         read + "clock | DelayTime=1 DelayTimes=3 "},
         {{{N::UpdateCycle, "1"},
           {N::DelayTimes, "3"},
           {N::LastStatus, ready},
           {N::LastLaunchTime, due},
           {N::DelayTime, "100"}},
-         "6 7 8 9 10 11 | "},
+         read + "| "},
         {{{N::UpdateCycle, "1"},
           {N::DelayTimes, "1"},
           {N::LastStatus, ready},
           {N::LastLaunchTime, due},
           {N::DelayTime, QString::number(at)}},
-         "6 7 8 9 10 11 13 | "},
+         read + "clock | "},
     };
     for (const auto& [texts, expected] : missed)
         EXPECT_EQ(Trace(MissedRule, texts), expected);
