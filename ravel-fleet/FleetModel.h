@@ -1,0 +1,60 @@
+// The fleet to simulate: how many desktops, when they are on, and the schedule settings they
+// share; and the command line that fills it.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+// Simulated time is local time kept as seconds since 1970-01-01 00:00:00 read as UTC, so the
+// result never depends on the machine's time zone. Day 0 is Monday 2024-01-01.
+constexpr uint32_t kDayZero = 1704067200;
+constexpr uint32_t kSecondsPerDay = 86400;
+
+// Seconds since midnight, from inclusive to exclusive.
+struct DayWindow {
+    uint32_t from;
+    uint32_t to;
+};
+
+struct FleetModel {
+    uint64_t agents = 10000;
+    uint32_t days = 14;
+    // The schedule settings ("UpdateCycle", "AutoCheckNow", "TimeRandomRange", "TimerMinutes").
+    uint32_t cycleDays = 1;
+    uint32_t autoCheckNow = 1;
+    uint32_t rangeMinutes = 720;
+    uint32_t timerMinutes = 1;
+    DayWindow login{8 * 3600, 9 * 3600};
+    DayWindow logout{17 * 3600, 18 * 3600};
+    double alwaysOnShare = 0;    // desktops logged in on day 0 and never switched off
+    double interruptedShare = 0; // updater runs that end "downloading", to be resumed
+    bool synced = false;         // every last launch half a cycle before day 0
+    // What-if: each agent seeds its generator with a number of its own instead of the seconds
+    // since midnight, so desktops starting in the same second no longer draw alike.
+    bool uniqueSeeds = false;
+    uint64_t seed = 1;
+};
+
+struct CommandLine {
+    FleetModel model;
+    std::string csvPath;
+    std::string svgPath;
+    std::string overlayPath;  // a CSV of another run, drawn beside this one
+    std::string overlayLabel; // its legend; the file name when empty
+    bool json = false;
+    bool help = false;
+};
+
+// Fills `out` from the arguments after the program name. Returns false with a one-line reason
+// in `error` on an unknown option, a missing or malformed value, or a value out of range.
+bool ParseCommandLine(const std::vector<std::string>& args, CommandLine& out, std::string& error);
+
+// The usage text printed by --help and after a bad option.
+std::string UsageText();
+
+// A one-line summary of the settings, for titles and reports.
+std::string DescribeModel(const FleetModel& model);
+
+// "HH:MM" or "HH:MM:SS" for seconds since midnight.
+std::string ClockText(uint32_t secondsOfDay);
