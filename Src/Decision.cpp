@@ -477,6 +477,8 @@ ScheduleSettings SettingsFrom(const Known& known) {
     return settings;
 }
 
+// Each format stands on a line of its own below: that line is the position logged with it.
+constexpr int kFirstFormatLine = __LINE__ + 3;
 const char* NoteFormat(Note note) {
     static const char* const formats[] = {
         "%s: Enter",
@@ -495,6 +497,10 @@ const char* NoteFormat(Note note) {
         "Sleep %u Minutes",
     };
     return formats[int(note)];
+}
+
+int NoteLine(Note note) {
+    return kFirstFormatLine + int(note);
 }
 
 Argument ArgumentOf(Note note) {

@@ -206,6 +206,8 @@ enum class Note : quint8 {
 };
 enum class Argument : quint8 { None, Text, Int, UInt, UpdaterPath };
 const char* NoteFormat(Note note);
+// The source line that the log records for the note: one line per message.
+int NoteLine(Note note);
 Argument ArgumentOf(Note note);
 
 // One effect of a run, in order: a log line, a value written to UserInfo.dat, the updater

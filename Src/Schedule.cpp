@@ -26,33 +26,31 @@ void Supply(Need need, Known& known) {
                         .toString());
 }
 
+// Each message is logged with a line of its own, that of its format in the rules' source.
 void Log(const Effect& effect) {
     const char* format = NoteFormat(effect.note);
-    if (effect.note == Note::Enter) {
-        RAVEL_ENTER(effect.name);
-        return;
-    }
-    if (effect.note == Note::Leave) {
-        RAVEL_LEAVE(effect.name);
-        return;
-    }
+    const int line = NoteLine(effect.note);
+    if (effect.note == Note::Leave)
+        --g_EazyLog.m_nIndent;
     switch (ArgumentOf(effect.note)) {
     case Argument::None:
-        RAVEL_LOG("%s", format); // no conversion in these formats
+        EASYLOG_AT(RAVEL_LOG_SOURCE, line, "%s", format); // no conversion in these formats
         break;
     case Argument::Text:
-        RAVEL_LOG(format, ArgumentText(effect).toUtf8().constData());
+        EASYLOG_AT(RAVEL_LOG_SOURCE, line, format, ArgumentText(effect).toUtf8().constData());
         break;
     case Argument::Int:
-        RAVEL_LOG(format, int(effect.number));
+        EASYLOG_AT(RAVEL_LOG_SOURCE, line, format, int(effect.number));
         break;
     case Argument::UInt:
-        RAVEL_LOG(format, unsigned(effect.number));
+        EASYLOG_AT(RAVEL_LOG_SOURCE, line, format, unsigned(effect.number));
         break;
     case Argument::UpdaterPath:
-        RAVEL_LOG(format, g_qstrTidewaterExePath.toUtf8().constData());
+        EASYLOG_AT(RAVEL_LOG_SOURCE, line, format, g_qstrTidewaterExePath.toUtf8().constData());
         break;
     }
+    if (effect.note == Note::Enter)
+        ++g_EazyLog.m_nIndent;
 }
 
 void LaunchUpdater() {
