@@ -6,6 +6,7 @@
 #include "EasyLog.h"
 #include "FileLayout.h"
 #include "PrivateNetwork.h"
+#include "RestingAgent.h"
 #include "ravel.h"
 
 #include <QCoreApplication>
@@ -22,30 +23,12 @@ QByteArray ReadBytes(const QString& path) {
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-// A resident set-up whose last launch was just now: the check finds nothing due.
+// The globals of a duplicate on a resting set-up: the check finds nothing due.
 void LayOut(const QTemporaryDir& dir) {
-    const QString installed = dir.filePath("installed/");
-    const QString tidewater = installed + TIDEWATER_DAT;
-    QDir().mkpath(installed);
-    WriteConfigure("DupInfo", "DuplicatePath", dir.filePath("data/"), tidewater);
-    const std::pair<const char*, const char*> settings[] = {{"TimerMinutes", "60"},
-                                                            {"RunWithSystem", "1"},
-                                                            {"AutoCheckNow", "0"},
-                                                            {"TimeRandomRange", "720"}};
-    for (const auto& [key, value] : settings)
-        WriteConfigure("UpdateSetting", key, value, tidewater);
-    WriteConfigure("LOG", "LogSwitch", "1", tidewater);
-    g_qstrOrgPath = installed;
+    g_qstrOrgPath = LayOutRestingAgent(dir, "60");
     const QString dup = GetDuplicatePath(false);
     QDir().mkpath(dup);
     g_qstrUserInfoIniPath = dup + USER_INFO_DAT;
-    const QString now = QDateTime::currentDateTime().toString("yyyy-MM-dd hh:mm:ss");
-    WriteConfigure("UpdateStrategy", "Strategy", "cycle", g_qstrUserInfoIniPath);
-    WriteConfigure("UpdateStrategy", "UpdateCycle", "1", g_qstrUserInfoIniPath);
-    WriteConfigure("UpdateRecord", "LastLaunchTime", now, g_qstrUserInfoIniPath);
-    WriteConfigure("UpdateInfo", "LastStatus", "ready", g_qstrUserInfoIniPath);
-    WriteConfigure("DelayInfo", "DelayTimes", "1", g_qstrUserInfoIniPath);
-    WriteConfigure("DelayInfo", "DelayTime", "0", g_qstrUserInfoIniPath);
 }
 
 void CheckWithoutLaunch(benchmark::State& state) {

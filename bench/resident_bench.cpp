@@ -4,6 +4,7 @@
 // namespace only, as both listen on the agent's port.
 #include "CommonFunctions.h"
 #include "PrivateNetwork.h"
+#include "RestingAgent.h"
 
 #include <QDir>
 #include <QFile>
@@ -79,27 +80,6 @@ void Stop(pid_t pid) {
     waitpid(pid, &status, 0);
 }
 
-// The duplicate's installed folder: settings for a resident agent whose last launch was now.
-QString LayOut(const QTemporaryDir& dir) {
-    const QString installed = dir.filePath("installed/");
-    const QString tidewater = installed + "Tidewater.dat";
-    QDir().mkpath(installed);
-    WriteConfigure("DupInfo", "DuplicatePath", dir.filePath("data/"), tidewater);
-    WriteConfigure("UpdateSetting", "TimerMinutes", "1", tidewater);
-    WriteConfigure("UpdateSetting", "RunWithSystem", "1", tidewater);
-    WriteConfigure("UpdateSetting", "AutoCheckNow", "0", tidewater);
-    WriteConfigure("LOG", "LogSwitch", "1", tidewater);
-    const QString userInfo = dir.filePath("data/Brightwell/UserInfo.dat");
-    QDir().mkpath(QFileInfo(userInfo).path());
-    const QString now = QDateTime::currentDateTime().toString("yyyy-MM-dd hh:mm:ss");
-    WriteConfigure("UpdateStrategy", "Strategy", "cycle", userInfo);
-    WriteConfigure("UpdateStrategy", "UpdateCycle", "1", userInfo);
-    WriteConfigure("UpdateRecord", "LastLaunchTime", now, userInfo);
-    WriteConfigure("UpdateInfo", "LastStatus", "ready", userInfo);
-    WriteConfigure("DelayInfo", "DelayTimes", "1", userInfo);
-    return installed;
-}
-
 struct Figures {
     double peakKiB = -1;
     double idleCpuMicroseconds = -1;
@@ -125,7 +105,7 @@ template <class Settled> Figures Measure(const std::vector<std::string>& args, S
 
 Figures Agent() {
     QTemporaryDir dir;
-    const QString installed = LayOut(dir);
+    const QString installed = LayOutRestingAgent(dir, "1");
     const QString log = dir.filePath("data/log/ravel.log");
     return Measure({RAVEL_AGENT, installed.toStdString()}, [&] {
         return ReadAll(log.toStdString()).find("InitAgent") != std::string::npos;
