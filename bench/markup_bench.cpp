@@ -97,8 +97,8 @@ void ParseTinyxml2(benchmark::State& state, int which) {
         tinyxml2::XMLDocument doc;
         if (doc.Parse(text.data(), text.size()) != tinyxml2::XML_SUCCESS) {
             // Past its nesting limit tinyxml2 refuses the document: there is no figure to give.
-            state.SkipWithError(("tinyxml2 refuses the document: " + std::string(doc.ErrorStr()))
-                                    .c_str());
+            state.SkipWithError(
+                ("tinyxml2 refuses the document: " + std::string(doc.ErrorStr())).c_str());
             break;
         }
         benchmark::DoNotOptimize(doc);

@@ -1,21 +1,69 @@
 #include "MarkupSTL.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <iterator>
 #include <string_view>
 
 namespace {
 
-bool IsSpace(char c) {
-    return c == ' ' || c == '\t' || c == '\n' || c == '\r';
+// Byte classes of the scanners, looked up in one table rather than tested one by one.
+enum : unsigned char {
+    kSpace = 1,              // " \t\n\r"
+    kTokenEnd = 2,           // ends an unquoted token: whitespace, NUL and "<>=\\/?!"
+    kEscaped = 4,            // replaced by an entity in content: "<&>"
+    kEscapedInAttribute = 8, // and in attribute values, with the two quotes
+};
+
+struct ByteClasses {
+    unsigned char of[256] = {};
+    constexpr ByteClasses() {
+        Mark(" \t\n\r", kSpace | kTokenEnd);
+        Mark("<>=\\/?!", kTokenEnd);
+        Mark("<&>", kEscaped | kEscapedInAttribute);
+        Mark("'\"", kEscapedInAttribute);
+        of[0] = kTokenEnd;
+    }
+    constexpr void Mark(const char* bytes, unsigned char bits) {
+        for (; *bytes; ++bytes)
+            of[static_cast<unsigned char>(*bytes)] |= bits;
+    }
+};
+constexpr ByteClasses kBytes;
+
+bool Is(char c, unsigned char bits) {
+    return kBytes.of[static_cast<unsigned char>(c)] & bits;
 }
 
-// Characters that end an unquoted token (a token starting with one of them is that character).
-bool IsDelimiter(char c) {
-    return IsSpace(c) || (c && std::strchr("<>=\\/?!", c));
+// A character that starts a plain name token: neither a delimiter, whitespace, NUL nor a quote.
+bool IsNameStart(char c) {
+    return !Is(c, kTokenEnd) && c != '"' && c != '\'';
+}
+
+const char* SkipSpace(const char* p) {
+    while (Is(*p, kSpace))
+        ++p;
+    return p;
+}
+
+const char* NameEnd(const char* p) {
+    while (!Is(*p, kTokenEnd))
+        ++p;
+    return p;
+}
+
+// The first c (not NUL) at or after p, or the terminating NUL. Tags mostly lie a few bytes
+// apart: looking at those first spares the library call.
+const char* FindByte(const char* p, char c) {
+    for (const char* stop = p + 16; p != stop; ++p)
+        if (*p == c || !*p)
+            return p;
+    const char* found = std::strchr(p, c);
+    return found ? found : p + std::strlen(p);
 }
 
 struct Entity {
@@ -31,6 +79,9 @@ const Entity kEntities[] = {
 const int kContentEntities = 3;
 
 const char kCrLf[] = "\r\n";
+
+// Reserving ahead stops here (128 MiB of index); a larger text grows the index as it parses.
+const size_t kMaxReservedSlots = size_t(1) << 22;
 
 char Byte(long value) {
     return static_cast<char>(static_cast<unsigned char>(value & 0xFF));
@@ -110,10 +161,13 @@ bool CMarkupSTL::SetDoc(const char* text) {
     parentPos = mainPos = childPos = nodeType = 0;
     nextFreePos = 1;
     savedPositions.clear();
-    std::string copy(text ? text : ""); // text may point into docText
-    docText.swap(copy);
+    x_SetText(text);
 
-    const size_t wanted = docText.size() / 64 + 8;
+    // Capacity for as many elements as the text can hold ("<a/>" takes 4 bytes), so that parsing
+    // never moves the index; its size still grows by the rule of x_GetFreePos.
+    const size_t length = docText.size();
+    elemIndex.reserve(std::min(length / 4 + 2, kMaxReservedSlots));
+    const size_t wanted = length / 64 + 8;
     if (elemIndex.size() < wanted)
         elemIndex.resize(wanted);
     elemIndex[0] = ElemPos();
@@ -128,6 +182,19 @@ bool CMarkupSTL::SetDoc(const char* text) {
     elemIndex[0] = ElemPos();
     nextFreePos = 1;
     return false;
+}
+
+// The text may point into docText itself.
+void CMarkupSTL::x_SetText(const char* text) {
+    if (!text) {
+        docText.clear();
+    } else if (std::greater_equal<const char*>()(text, docText.data()) &&
+               std::less_equal<const char*>()(text, docText.data() + docText.size())) {
+        std::string copy(text);
+        docText.swap(copy);
+    } else {
+        docText.assign(text);
+    }
 }
 
 bool CMarkupSTL::Load(const char* path) {
@@ -173,16 +240,13 @@ bool CMarkupSTL::IsWellFormed() const {
 // Scanning
 
 bool CMarkupSTL::x_FindChar(const char* text, int& pos, char c) {
-    const char* p = text + pos;
-    while (*p && *p != c)
-        ++p;
-    pos = static_cast<int>(p - text);
-    return *p != '\0';
+    const char* found = c ? FindByte(text + pos, c) : text + pos + std::strlen(text + pos);
+    pos = static_cast<int>(found - text);
+    return *found != '\0';
 }
 
 bool CMarkupSTL::x_FindAny(const char* text, int& pos) {
-    while (IsSpace(text[pos]))
-        ++pos;
+    pos = static_cast<int>(SkipSpace(text + pos) - text);
     return text[pos] != '\0';
 }
 
@@ -204,8 +268,7 @@ bool CMarkupSTL::x_FindToken(TokenPos& token) {
         return true;
     }
     token.left = pos;
-    while (text[pos] && !IsDelimiter(text[pos]))
-        ++pos;
+    pos = static_cast<int>(NameEnd(text + pos) - text);
     if (pos == token.left)
         ++pos;
     token.right = pos - 1;
@@ -318,37 +381,36 @@ int CMarkupSTL::x_ParseError(const char* format, const char* arg) {
 
 // Parses one element (with its subtree) from the parent's scan cursor, the parent's endTagLeft.
 // Returns its slot, 0 when the parent's end tag (or the end of the text inside an element) comes
-// first, or -1 on error. Nesting is followed with an explicit stack so that any depth parses.
+// first, or -1 on error. Nesting is followed through the parent links of the index, without
+// recursion or a stack of its own, so that any depth parses without allocating.
 int CMarkupSTL::x_ParseElem(int parent) {
-    std::vector<ParseFrame> open;
+    const int outermost = parent;
     for (;;) {
-        ParseFrame frame;
-        int result = x_ParseStartTag(parent, frame);
-        if (result > 0 && frame.slot) {
-            open.push_back(frame);
-            parent = frame.slot;
+        bool open = false;
+        int result = x_ParseStartTag(parent, open);
+        if (result > 0 && open) {
+            parent = result;
             continue;
         }
         // Hand the result up through every element it completes.
         for (;;) {
-            if (open.empty())
+            if (result < 0 || parent == outermost)
                 return result;
             if (result > 0) {
-                x_AppendChild(open.back(), result);
-                parent = open.back().slot;
+                x_AppendChild(parent, result);
                 break;
             }
-            if (result < 0)
-                return result;
-            result = x_ParseEndTag(open.back());
-            open.pop_back();
+            const int closing = parent;
+            parent = elemIndex[closing].parent;
+            result = x_ParseEndTag(closing);
         }
     }
 }
 
-// Reads up to the start tag of the next element under parent, skipping other nodes.
-// An element with content comes back with `open` filled in; its children are still to parse.
-int CMarkupSTL::x_ParseStartTag(int parent, ParseFrame& open) {
+// Reads up to the start tag of the next element under parent, skipping other nodes. An element
+// with content comes back `open`: its children are still to parse. While it is open, its
+// endTagLeft is the scan cursor and its endTagRight its last child parsed so far.
+int CMarkupSTL::x_ParseStartTag(int parent, bool& open) {
     const int slot = x_GetFreePos();
     ElemPos& elem = elemIndex[slot];
     ElemPos& outer = elemIndex[parent];
@@ -357,6 +419,15 @@ int CMarkupSTL::x_ParseStartTag(int parent, ParseFrame& open) {
     elem.parent = parent;
 
     const char* text = docText.c_str();
+    // The common start tag, "<" name up to ">", read at once; anything else takes the full scan.
+    const char* left = FindByte(text + outer.endTagLeft, '<');
+    if (*left && IsNameStart(left[1])) {
+        const char* right = FindByte(NameEnd(left + 2), '>');
+        if (*right)
+            return x_StartTagRead(elem, outer, static_cast<int>(left - text),
+                                  static_cast<int>(right - text), open);
+    }
+
     TokenPos token(text, outer.endTagLeft);
     for (;;) {
         int pos = token.next;
@@ -387,42 +458,71 @@ int CMarkupSTL::x_ParseStartTag(int parent, ParseFrame& open) {
         break;
     }
 
-    const int nameLeft = token.left;
-    const int nameLength = token.right - token.left + 1;
     int pos = token.next;
     if (!x_FindChar(text, pos, '>'))
         return x_ParseError("End of tag not found");
-    elem.startTagRight = pos;
-    if (text[pos - 1] == '/') {
-        elem.endTagLeft = pos - 1;
-        elem.endTagRight = pos;
-        return slot;
-    }
-    elem.endTagLeft = pos + 1;
-    open.slot = slot;
-    open.nameLeft = nameLeft;
-    open.nameLength = nameLength;
-    open.lastChild = 0;
-    return slot;
+    return x_StartTagRead(elem, outer, elem.startTagLeft, pos, open);
 }
 
-void CMarkupSTL::x_AppendChild(ParseFrame& frame, int child) {
-    if (frame.lastChild)
-        elemIndex[frame.lastChild].nextSibling = child;
+// Records a start tag from its '<' to its '>'; returns the element's slot.
+int CMarkupSTL::x_StartTagRead(ElemPos& elem, ElemPos& outer, int left, int right, bool& open) {
+    elem.startTagLeft = left;
+    outer.endTagLeft = left;
+    elem.startTagRight = right;
+    if (docText[right - 1] == '/') {
+        elem.endTagLeft = right - 1;
+        elem.endTagRight = right;
+    } else {
+        elem.endTagLeft = right + 1;
+        open = true;
+    }
+    return static_cast<int>(&elem - elemIndex.data());
+}
+
+void CMarkupSTL::x_AppendChild(int parent, int child) {
+    ElemPos& outer = elemIndex[parent];
+    if (outer.endTagRight)
+        elemIndex[outer.endTagRight].nextSibling = child;
     else
-        elemIndex[frame.slot].firstChild = child;
-    frame.lastChild = child;
-    elemIndex[frame.slot].endTagLeft = elemIndex[child].endTagRight + 1;
+        outer.firstChild = child;
+    outer.endTagRight = child;
+    outer.endTagLeft = elemIndex[child].endTagRight + 1;
 }
 
 // Reads the end tag of an element whose children are all parsed.
-int CMarkupSTL::x_ParseEndTag(const ParseFrame& frame) {
+int CMarkupSTL::x_ParseEndTag(int slot) {
     const char* text = docText.c_str();
-    const std::string name(text + frame.nameLeft, frame.nameLength);
-    ElemPos& elem = elemIndex[frame.slot];
+    ElemPos& elem = elemIndex[slot];
+    const char* name = text + elem.startTagLeft + 1;
+    int nameLength;
+    if (IsNameStart(*name)) {
+        nameLength = static_cast<int>(NameEnd(name) - name);
+    } else {
+        TokenPos tag(text, elem.startTagLeft + 1);
+        x_FindToken(tag);
+        name = text + tag.left;
+        nameLength = tag.right - tag.left + 1;
+    }
+    // The common end tag, "</" name, blanks, ">", read at once; anything else takes the full scan.
+    const char* left = FindByte(text + elem.endTagLeft, '<');
+    if (left[0] && left[1] == '/' && IsNameStart(left[2])) {
+        const char* right = NameEnd(left + 2);
+        if (x_NameMatch(left + 2, static_cast<int>(right - left - 2), name, nameLength)) {
+            right = SkipSpace(right);
+            if (*right == '>') {
+                elem.endTagLeft = static_cast<int>(left - text);
+                elem.endTagRight = static_cast<int>(right - text);
+                return slot;
+            }
+        }
+    }
+    // The name is copied for a message only.
+    auto fail = [&](const char* format) {
+        return x_ParseError(format, std::string(name, nameLength).c_str());
+    };
     int pos = elem.endTagLeft;
     if (!x_FindChar(text, pos, '<'))
-        return x_ParseError("End tag of %s element not found", name.c_str());
+        return fail("End tag of %s element not found");
     elem.endTagLeft = pos;
 
     TokenPos token(text, pos + 1);
@@ -434,19 +534,19 @@ int CMarkupSTL::x_ParseEndTag(const ParseFrame& frame) {
             continue;
         const char c = text[token.left];
         if (count == 1 && c != '/')
-            return x_ParseError("Expecting end tag of element %s", name.c_str());
-        if (count == 2 && !x_NameMatch(text + token.left, token.right - token.left + 1,
-                                       name.c_str(), frame.nameLength))
-            return x_ParseError("End tag does not correspond to %s", name.c_str());
+            return fail("Expecting end tag of element %s");
+        if (count == 2 &&
+            !x_NameMatch(text + token.left, token.right - token.left + 1, name, nameLength))
+            return fail("End tag does not correspond to %s");
         if (c == '>') {
             closed = true;
             break;
         }
     }
     if (!closed || count < 2)
-        return x_ParseError("End tag not completed for element %s", name.c_str());
+        return fail("End tag not completed for element %s");
     elem.endTagRight = token.left;
-    return frame.slot;
+    return slot;
 }
 
 // ---------------------------------------------------------------------------------------------

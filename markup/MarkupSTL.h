@@ -135,19 +135,13 @@ protected:
     int nodeType = 0;
     std::map<std::string, SavedPos> savedPositions;
 
-    // One element whose start tag is read and whose children are still being parsed.
-    struct ParseFrame {
-        int slot = 0;
-        int nameLeft = 0;
-        int nameLength = 0;
-        int lastChild = 0;
-    };
-
     // Parsing (the token and node scanners are shared by every reader of tags).
+    void x_SetText(const char* text);
     int x_ParseElem(int parent);
-    int x_ParseStartTag(int parent, ParseFrame& open);
-    int x_ParseEndTag(const ParseFrame& frame);
-    void x_AppendChild(ParseFrame& frame, int child);
+    int x_ParseStartTag(int parent, bool& open);
+    int x_StartTagRead(ElemPos& elem, ElemPos& outer, int left, int right, bool& open);
+    int x_ParseEndTag(int slot);
+    void x_AppendChild(int parent, int child);
     int x_ParseNode(TokenPos& token) const;
     static bool x_FindChar(const char* text, int& pos, char c);
     static bool x_FindAny(const char* text, int& pos);
