@@ -17,6 +17,7 @@ enum : unsigned char {
     kTokenEnd = 2,           // ends an unquoted token: whitespace, NUL and "<>=\\/?!"
     kEscaped = 4,            // replaced by an entity in content: "<&>"
     kEscapedInAttribute = 8, // and in attribute values, with the two quotes
+    kQuote = 16,
 };
 
 struct ByteClasses {
@@ -25,7 +26,7 @@ struct ByteClasses {
         Mark(" \t\n\r", kSpace | kTokenEnd);
         Mark("<>=\\/?!", kTokenEnd);
         Mark("<&>", kEscaped | kEscapedInAttribute);
-        Mark("'\"", kEscapedInAttribute);
+        Mark("'\"", kEscapedInAttribute | kQuote);
         of[0] = kTokenEnd;
     }
     constexpr void Mark(const char* bytes, unsigned char bits) {
@@ -41,7 +42,7 @@ bool Is(char c, unsigned char bits) {
 
 // A character that starts a plain name token: neither a delimiter, whitespace, NUL nor a quote.
 bool IsNameStart(char c) {
-    return !Is(c, kTokenEnd) && c != '"' && c != '\'';
+    return !Is(c, kTokenEnd | kQuote);
 }
 
 const char* SkipSpace(const char* p) {
@@ -56,6 +57,18 @@ const char* NameEnd(const char* p) {
     return p;
 }
 
+// The token spells the first characters of name, and name ends there or goes on with one of
+// " =/[" (so "a" matches "a b" and "a[1]"). The loose rule is kept on purpose. Names are short:
+// a plain loop beats the library call.
+bool NameMatch(const char* token, int length, const char* name, int nameLength) {
+    if (length < 0 || length > nameLength)
+        return false;
+    for (int i = 0; i < length; ++i)
+        if (token[i] != name[i])
+            return false;
+    return length == nameLength || std::strchr(" =/[", name[length]);
+}
+
 // The first c (not NUL) at or after p, or the terminating NUL. Tags mostly lie a few bytes
 // apart: looking at those first spares the library call.
 const char* FindByte(const char* p, char c) {
@@ -64,6 +77,27 @@ const char* FindByte(const char* p, char c) {
             return p;
     const char* found = std::strchr(p, c);
     return found ? found : p + std::strlen(p);
+}
+
+// A plain start tag at left, '<' and a name up to the first '>': returns that '>', or null when
+// the tag needs the full scan.
+const char* PlainStartTag(const char* left) {
+    if (left[0] != '<' || !IsNameStart(left[1]))
+        return nullptr;
+    const char* right = FindByte(NameEnd(left + 2), '>');
+    return *right ? right : nullptr;
+}
+
+// A plain end tag at left, "</" and a name matching the element's, then blanks and '>': returns
+// that '>', or null when the tag needs the full scan.
+const char* PlainEndTag(const char* left, const char* name, int nameLength) {
+    if (left[0] != '<' || left[1] != '/' || !IsNameStart(left[2]))
+        return nullptr;
+    const char* right = NameEnd(left + 2);
+    if (!NameMatch(left + 2, static_cast<int>(right - left - 2), name, nameLength))
+        return nullptr;
+    right = SkipSpace(right);
+    return *right == '>' ? right : nullptr;
 }
 
 struct Entity {
@@ -276,12 +310,8 @@ bool CMarkupSTL::x_FindToken(TokenPos& token) {
     return true;
 }
 
-// The token spells the first characters of name, and name ends there or goes on with one of
-// " =/[" (so "a" matches "a b" and "a[1]"). The loose rule is kept on purpose.
 bool CMarkupSTL::x_NameMatch(const char* token, int length, const char* name, int nameLength) {
-    if (length < 0 || length > nameLength || std::memcmp(token, name, length) != 0)
-        return false;
-    return length == nameLength || std::strchr(" =/[", name[length]);
+    return NameMatch(token, length, name, nameLength);
 }
 
 std::string CMarkupSTL::x_GetToken(const TokenPos& token) const {
@@ -354,11 +384,15 @@ int CMarkupSTL::x_ParseNode(TokenPos& token) const {
 // Element index
 
 int CMarkupSTL::x_GetFreePos() {
-    if (nextFreePos >= static_cast<int>(elemIndex.size())) {
-        const size_t size = elemIndex.size();
-        elemIndex.resize(size + (size / 2 ? size / 2 : 1));
-    }
+    if (nextFreePos >= static_cast<int>(elemIndex.size()))
+        x_GrowIndex();
     return nextFreePos++;
+}
+
+// Grows the index by half its size, the new slots zeroed.
+void CMarkupSTL::x_GrowIndex() {
+    const size_t size = elemIndex.size();
+    elemIndex.resize(size + (size / 2 ? size / 2 : 1));
 }
 
 int CMarkupSTL::x_ReleasePos() {
@@ -385,9 +419,23 @@ int CMarkupSTL::x_ParseError(const char* format, const char* arg) {
 // recursion or a stack of its own, so that any depth parses without allocating.
 int CMarkupSTL::x_ParseElem(int parent) {
     const int outermost = parent;
+    const char* text = docText.c_str();
     for (;;) {
+        // The next tag: plain start and end tags are read here, anything else by the full scan.
+        // A slot is taken even for an end tag, so that the index grows as with the full scan.
         bool open = false;
-        int result = x_ParseStartTag(parent, open);
+        int result = x_GetFreePos();
+        const char* left = FindByte(text + elemIndex[parent].endTagLeft, '<');
+        if (const char* right = PlainStartTag(left)) {
+            x_StartTagRead(result, parent, static_cast<int>(left - text),
+                           static_cast<int>(right - text), open);
+        } else if (left[0] == '<' && left[1] == '/') {
+            elemIndex[parent].endTagLeft = static_cast<int>(left - text);
+            result = x_ReleasePos();
+        } else {
+            x_ReleasePos();
+            result = x_ParseStartTag(parent, open);
+        }
         if (result > 0 && open) {
             parent = result;
             continue;
@@ -419,15 +467,6 @@ int CMarkupSTL::x_ParseStartTag(int parent, bool& open) {
     elem.parent = parent;
 
     const char* text = docText.c_str();
-    // The common start tag, "<" name up to ">", read at once; anything else takes the full scan.
-    const char* left = FindByte(text + outer.endTagLeft, '<');
-    if (*left && IsNameStart(left[1])) {
-        const char* right = FindByte(NameEnd(left + 2), '>');
-        if (*right)
-            return x_StartTagRead(elem, outer, static_cast<int>(left - text),
-                                  static_cast<int>(right - text), open);
-    }
-
     TokenPos token(text, outer.endTagLeft);
     for (;;) {
         int pos = token.next;
@@ -461,22 +500,28 @@ int CMarkupSTL::x_ParseStartTag(int parent, bool& open) {
     int pos = token.next;
     if (!x_FindChar(text, pos, '>'))
         return x_ParseError("End of tag not found");
-    return x_StartTagRead(elem, outer, elem.startTagLeft, pos, open);
+    return x_StartTagRead(slot, parent, elem.startTagLeft, pos, open);
 }
 
-// Records a start tag from its '<' to its '>'; returns the element's slot.
-int CMarkupSTL::x_StartTagRead(ElemPos& elem, ElemPos& outer, int left, int right, bool& open) {
+// Records the start tag of a new element from its '<' to its '>'; returns the element's slot.
+int CMarkupSTL::x_StartTagRead(int slot, int parent, int left, int right, bool& open) {
+    ElemPos& elem = elemIndex[slot];
+    elemIndex[parent].endTagLeft = left;
     elem.startTagLeft = left;
-    outer.endTagLeft = left;
     elem.startTagRight = right;
+    elem.reserved = 0;
+    elem.parent = parent;
+    elem.firstChild = 0;
+    elem.nextSibling = 0;
     if (docText[right - 1] == '/') {
         elem.endTagLeft = right - 1;
         elem.endTagRight = right;
     } else {
         elem.endTagLeft = right + 1;
+        elem.endTagRight = 0;
         open = true;
     }
-    return static_cast<int>(&elem - elemIndex.data());
+    return slot;
 }
 
 void CMarkupSTL::x_AppendChild(int parent, int child) {
@@ -503,19 +548,19 @@ int CMarkupSTL::x_ParseEndTag(int slot) {
         name = text + tag.left;
         nameLength = tag.right - tag.left + 1;
     }
-    // The common end tag, "</" name, blanks, ">", read at once; anything else takes the full scan.
     const char* left = FindByte(text + elem.endTagLeft, '<');
-    if (left[0] && left[1] == '/' && IsNameStart(left[2])) {
-        const char* right = NameEnd(left + 2);
-        if (x_NameMatch(left + 2, static_cast<int>(right - left - 2), name, nameLength)) {
-            right = SkipSpace(right);
-            if (*right == '>') {
-                elem.endTagLeft = static_cast<int>(left - text);
-                elem.endTagRight = static_cast<int>(right - text);
-                return slot;
-            }
-        }
+    if (const char* right = PlainEndTag(left, name, nameLength)) {
+        elem.endTagLeft = static_cast<int>(left - text);
+        elem.endTagRight = static_cast<int>(right - text);
+        return slot;
     }
+    return x_ParseEndTagFully(slot, name, nameLength);
+}
+
+// The full scan of an end tag, token by token, with its errors.
+int CMarkupSTL::x_ParseEndTagFully(int slot, const char* name, int nameLength) {
+    const char* text = docText.c_str();
+    ElemPos& elem = elemIndex[slot];
     // The name is copied for a message only.
     auto fail = [&](const char* format) {
         return x_ParseError(format, std::string(name, nameLength).c_str());

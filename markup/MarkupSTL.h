@@ -139,8 +139,9 @@ protected:
     void x_SetText(const char* text);
     int x_ParseElem(int parent);
     int x_ParseStartTag(int parent, bool& open);
-    int x_StartTagRead(ElemPos& elem, ElemPos& outer, int left, int right, bool& open);
+    int x_StartTagRead(int slot, int parent, int left, int right, bool& open);
     int x_ParseEndTag(int slot);
+    int x_ParseEndTagFully(int slot, const char* name, int nameLength);
     void x_AppendChild(int parent, int child);
     int x_ParseNode(TokenPos& token) const;
     static bool x_FindChar(const char* text, int& pos, char c);
@@ -149,6 +150,7 @@ protected:
     static bool x_NameMatch(const char* token, int length, const char* name, int nameLength);
     std::string x_GetToken(const TokenPos& token) const;
     int x_GetFreePos();
+    void x_GrowIndex();
     int x_ReleasePos();
     int x_ParseError(const char* format, const char* arg = nullptr);
 
