@@ -88,15 +88,19 @@ const char* PlainStartTag(const char* left) {
     return *right ? right : nullptr;
 }
 
-// A plain end tag at left, "</" and a name matching the element's, then blanks and '>': returns
-// that '>', or null when the tag needs the full scan.
-const char* PlainEndTag(const char* left, const char* name, int nameLength) {
-    if (left[0] != '<' || left[1] != '/' || !IsNameStart(left[2]))
+// A plain end tag at left, "</" and the name that starts the start tag at startName, then blanks
+// and '>': returns that '>', or null when the tag needs the full scan. The names are compared as
+// they are read.
+const char* PlainEndTag(const char* left, const char* startName) {
+    if (left[0] != '<' || left[1] != '/')
         return nullptr;
-    const char* right = NameEnd(left + 2);
-    if (!NameMatch(left + 2, static_cast<int>(right - left - 2), name, nameLength))
+    const char* name = left + 2;
+    size_t length = 0;
+    while (!Is(name[length], kTokenEnd | kQuote) && name[length] == startName[length])
+        ++length;
+    if (!length || !Is(name[length], kTokenEnd) || !Is(startName[length], kTokenEnd))
         return nullptr;
-    right = SkipSpace(right);
+    const char* right = SkipSpace(name + length);
     return *right == '>' ? right : nullptr;
 }
 
@@ -538,29 +542,23 @@ void CMarkupSTL::x_AppendChild(int parent, int child) {
 int CMarkupSTL::x_ParseEndTag(int slot) {
     const char* text = docText.c_str();
     ElemPos& elem = elemIndex[slot];
-    const char* name = text + elem.startTagLeft + 1;
-    int nameLength;
-    if (IsNameStart(*name)) {
-        nameLength = static_cast<int>(NameEnd(name) - name);
-    } else {
-        TokenPos tag(text, elem.startTagLeft + 1);
-        x_FindToken(tag);
-        name = text + tag.left;
-        nameLength = tag.right - tag.left + 1;
-    }
     const char* left = FindByte(text + elem.endTagLeft, '<');
-    if (const char* right = PlainEndTag(left, name, nameLength)) {
+    if (const char* right = PlainEndTag(left, text + elem.startTagLeft + 1)) {
         elem.endTagLeft = static_cast<int>(left - text);
         elem.endTagRight = static_cast<int>(right - text);
         return slot;
     }
-    return x_ParseEndTagFully(slot, name, nameLength);
+    return x_ParseEndTagFully(slot);
 }
 
 // The full scan of an end tag, token by token, with its errors.
-int CMarkupSTL::x_ParseEndTagFully(int slot, const char* name, int nameLength) {
+int CMarkupSTL::x_ParseEndTagFully(int slot) {
     const char* text = docText.c_str();
     ElemPos& elem = elemIndex[slot];
+    TokenPos tag(text, elem.startTagLeft + 1);
+    x_FindToken(tag);
+    const char* name = text + tag.left;
+    const int nameLength = tag.right - tag.left + 1;
     // The name is copied for a message only.
     auto fail = [&](const char* format) {
         return x_ParseError(format, std::string(name, nameLength).c_str());
