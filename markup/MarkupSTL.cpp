@@ -114,9 +114,66 @@ struct Entity {
 const Entity kEntities[] = {
     {'<', "lt;", 3}, {'&', "amp;", 4}, {'>', "gt;", 3}, {'\'', "apos;", 5}, {'"', "quot;", 5},
 };
-const int kContentEntities = 3;
 
 const char kCrLf[] = "\r\n";
+
+const Entity& EntityOf(char c) {
+    const Entity* entity = kEntities;
+    while (entity->ch != c && entity + 1 != std::end(kEntities))
+        ++entity;
+    return *entity;
+}
+
+// `bits` picks the characters to escape: kEscaped in content, kEscapedInAttribute in values.
+size_t EscapedLength(const char* text, unsigned char bits) {
+    size_t length = 0;
+    for (const char* p = text; *p; ++p)
+        length += Is(*p, bits) ? 1 + EntityOf(*p).length : 1;
+    return length;
+}
+
+// Writes text escaped at out (EscapedLength bytes); returns the end.
+char* WriteEscaped(char* out, const char* text, unsigned char bits) {
+    for (const char* p = text; *p; ++p) {
+        if (!Is(*p, bits)) {
+            *out++ = *p;
+            continue;
+        }
+        const Entity& entity = EntityOf(*p);
+        *out++ = '&';
+        std::memcpy(out, entity.name, entity.length);
+        out += entity.length;
+    }
+    return out;
+}
+
+char* WriteBytes(char* out, const char* bytes, size_t length) {
+    std::memcpy(out, bytes, length);
+    return out + length;
+}
+
+// Length of the text of a new element, see WriteElement.
+size_t ElementLength(size_t nameLength, size_t contentLength) {
+    return (contentLength ? 5 + 2 * nameLength + contentLength : 3 + nameLength) + 2;
+}
+
+// Writes the text of a new element, "<" name "/>" without content, else "<" name ">" content
+// "</" name ">", then CR LF; returns the end.
+char* WriteElement(char* out, const char* name, size_t nameLength, const char* data,
+                   size_t contentLength) {
+    *out++ = '<';
+    out = WriteBytes(out, name, nameLength);
+    if (!contentLength) {
+        out = WriteBytes(out, "/>", 2);
+    } else {
+        *out++ = '>';
+        out = WriteEscaped(out, data, kEscaped);
+        out = WriteBytes(out, "</", 2);
+        out = WriteBytes(out, name, nameLength);
+        *out++ = '>';
+    }
+    return WriteBytes(out, kCrLf, 2);
+}
 
 // Reserving ahead stops here (128 MiB of index); a larger text grows the index as it parses.
 const size_t kMaxReservedSlots = size_t(1) << 22;
@@ -840,20 +897,9 @@ std::string CMarkupSTL::x_TextToDoc(const char* text, bool attribute) {
     std::string out;
     if (!text)
         return out;
-    const size_t length = std::strlen(text);
-    out.reserve(length + length / 10);
-    const int entities = attribute ? static_cast<int>(std::size(kEntities)) : kContentEntities;
-    for (const char* p = text; *p; ++p) {
-        int i = 0;
-        while (i < entities && kEntities[i].ch != *p)
-            ++i;
-        if (i < entities) {
-            out += '&';
-            out += kEntities[i].name;
-        } else {
-            out += *p;
-        }
-    }
+    const unsigned char bits = attribute ? kEscapedInAttribute : kEscaped;
+    out.resize(EscapedLength(text, bits));
+    WriteEscaped(&out[0], text, bits);
     return out;
 }
 
@@ -939,42 +985,41 @@ bool CMarkupSTL::x_AddElem(const char* name, const char* data, bool insert, bool
     const bool parentEmpty = parent && outer.IsEmptyElement();
     const bool parentBare = parent && outer.HasEmptyContent();
 
-    const std::string tagName(name);
-    const std::string content = x_TextToDoc(data);
-    const int nameLength = static_cast<int>(tagName.size());
-    std::string elemText = "<" + tagName;
+    const size_t nameLength = std::strlen(name);
+    const size_t contentLength = data ? EscapedLength(data, kEscaped) : 0;
+    const int elemLength = static_cast<int>(ElementLength(nameLength, contentLength));
     const int slot = x_GetFreePos();
     ElemPos& elem = elemIndex[slot];
     elem = ElemPos();
     elem.startTagLeft = offset + (parentEmpty || parentBare ? 2 : 0);
-    if (content.empty()) {
-        elemText += "/>";
-        elem.startTagRight = elem.startTagLeft + nameLength + 2;
+    if (!contentLength) {
+        elem.startTagRight = elem.startTagLeft + static_cast<int>(nameLength) + 2;
         elem.endTagLeft = elem.startTagRight - 1;
         elem.endTagRight = elem.startTagRight;
     } else {
-        elemText += ">" + content + "</" + tagName + ">";
-        elem.startTagRight = elem.startTagLeft + nameLength + 1;
-        elem.endTagLeft = elem.startTagRight + 1 + static_cast<int>(content.size());
-        elem.endTagRight = elem.endTagLeft + nameLength + 2;
+        elem.startTagRight = elem.startTagLeft + static_cast<int>(nameLength) + 1;
+        elem.endTagLeft = elem.startTagRight + 1 + static_cast<int>(contentLength);
+        elem.endTagRight = elem.endTagLeft + static_cast<int>(nameLength) + 2;
     }
-    elemText += kCrLf;
-    const int elemLength = static_cast<int>(elemText.size());
     x_LinkElem(parent, after, slot);
 
     if (parentEmpty) {
         const std::string parentName = x_GetTagName(parent);
-        const std::string piece = ">" + std::string(kCrLf) + elemText + "</" + parentName;
+        std::string piece(3 + elemLength, '\0');
+        WriteElement(WriteBytes(&piece[0], ">\r\n", 3), name, nameLength, data, contentLength);
+        piece += "</" + parentName;
         x_DocChange(outer.endTagLeft, 1, piece);
         x_Adjust(slot, static_cast<int>(piece.size()) - 1, true);
         x_OpenEmptyParent(parent, outer.startTagRight, elemLength,
                           static_cast<int>(parentName.size()));
-    } else if (parentBare) {
-        x_DocChange(offset, 0, kCrLf + elemText);
-        x_Adjust(slot, 2 + elemLength, true);
     } else {
-        x_DocChange(offset, 0, elemText);
-        x_Adjust(slot, elemLength, true);
+        // Written in place: no piece of the text is built apart.
+        const int lead = parentBare ? 2 : 0;
+        char* out = x_DocOpen(offset, lead + elemLength);
+        if (parentBare)
+            out = WriteBytes(out, kCrLf, 2);
+        WriteElement(out, name, nameLength, data, contentLength);
+        x_Adjust(slot, lead + elemLength, true);
     }
     x_MoveToNew(parent, slot, child);
     return true;
@@ -1173,6 +1218,11 @@ void CMarkupSTL::x_ShiftTree(int top, int shift) {
             return;
         pos = elemIndex[pos].nextSibling;
     }
+}
+
+char* CMarkupSTL::x_DocOpen(int offset, int length) {
+    docText.insert(static_cast<size_t>(offset), static_cast<size_t>(length), '\0');
+    return &docText[static_cast<size_t>(offset)];
 }
 
 void CMarkupSTL::x_DocChange(int offset, int length, const std::string& text) {

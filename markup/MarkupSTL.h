@@ -180,4 +180,5 @@ protected:
     void x_Adjust(int slot, int shift, bool afterSlot = false);
     void x_ShiftTree(int top, int shift);
     void x_DocChange(int offset, int length, const std::string& text);
+    char* x_DocOpen(int offset, int length);
 };
