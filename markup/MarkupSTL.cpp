@@ -482,7 +482,7 @@ int CMarkupSTL::x_ParseElem(int parent) {
     const int outermost = parent;
     const char* text = docText.c_str();
     for (;;) {
-        // The next tag: plain start and end tags are read here, anything else by the full scan.
+        // The next tag: a plain start or end tag is read here, anything else by the full scan.
         // A slot is taken even for an end tag, so that the index grows as with the full scan.
         bool open = false;
         int result = x_GetFreePos();
@@ -509,9 +509,17 @@ int CMarkupSTL::x_ParseElem(int parent) {
                 x_AppendChild(parent, result);
                 break;
             }
-            const int closing = parent;
-            parent = elemIndex[closing].parent;
-            result = x_ParseEndTag(closing);
+            // The end tag of parent: a plain one is read here, anything else by the full scan.
+            ElemPos& closing = elemIndex[parent];
+            left = FindByte(text + closing.endTagLeft, '<');
+            if (const char* right = PlainEndTag(left, text + closing.startTagLeft + 1)) {
+                closing.endTagLeft = static_cast<int>(left - text);
+                closing.endTagRight = static_cast<int>(right - text);
+                result = parent;
+            } else {
+                result = x_ParseEndTag(parent);
+            }
+            parent = closing.parent;
         }
     }
 }
@@ -596,20 +604,8 @@ void CMarkupSTL::x_AppendChild(int parent, int child) {
 }
 
 // Reads the end tag of an element whose children are all parsed.
+// Reads the end tag of an element whose children are all parsed, token by token.
 int CMarkupSTL::x_ParseEndTag(int slot) {
-    const char* text = docText.c_str();
-    ElemPos& elem = elemIndex[slot];
-    const char* left = FindByte(text + elem.endTagLeft, '<');
-    if (const char* right = PlainEndTag(left, text + elem.startTagLeft + 1)) {
-        elem.endTagLeft = static_cast<int>(left - text);
-        elem.endTagRight = static_cast<int>(right - text);
-        return slot;
-    }
-    return x_ParseEndTagFully(slot);
-}
-
-// The full scan of an end tag, token by token, with its errors.
-int CMarkupSTL::x_ParseEndTagFully(int slot) {
     const char* text = docText.c_str();
     ElemPos& elem = elemIndex[slot];
     TokenPos tag(text, elem.startTagLeft + 1);

@@ -141,7 +141,6 @@ protected:
     int x_ParseStartTag(int parent, bool& open);
     int x_StartTagRead(int slot, int parent, int left, int right, bool& open);
     int x_ParseEndTag(int slot);
-    int x_ParseEndTagFully(int slot);
     void x_AppendChild(int parent, int child);
     int x_ParseNode(TokenPos& token) const;
     static bool x_FindChar(const char* text, int& pos, char c);
