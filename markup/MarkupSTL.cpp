@@ -483,18 +483,19 @@ int CMarkupSTL::x_ParseElem(int parent) {
     const char* text = docText.c_str();
     for (;;) {
         // The next tag: a plain start or end tag is read here, anything else by the full scan.
-        // A slot is taken even for an end tag, so that the index grows as with the full scan.
+        // The full scan takes a slot even for an end tag: the index grows here just the same.
+        if (nextFreePos >= static_cast<int>(elemIndex.size()))
+            x_GrowIndex();
         bool open = false;
-        int result = x_GetFreePos();
+        int result;
         const char* left = FindByte(text + elemIndex[parent].endTagLeft, '<');
         if (const char* right = PlainStartTag(left)) {
-            x_StartTagRead(result, parent, static_cast<int>(left - text),
-                           static_cast<int>(right - text), open);
+            result = x_StartTagRead(x_GetFreePos(), parent, static_cast<int>(left - text),
+                                    static_cast<int>(right - text), open);
         } else if (left[0] == '<' && left[1] == '/') {
             elemIndex[parent].endTagLeft = static_cast<int>(left - text);
-            result = x_ReleasePos();
+            result = 0;
         } else {
-            x_ReleasePos();
             result = x_ParseStartTag(parent, open);
         }
         if (result > 0 && open) {
@@ -582,7 +583,7 @@ int CMarkupSTL::x_StartTagRead(int slot, int parent, int left, int right, bool& 
     elem.parent = parent;
     elem.firstChild = 0;
     elem.nextSibling = 0;
-    if (docText[right - 1] == '/') {
+    if (docText.c_str()[right - 1] == '/') {
         elem.endTagLeft = right - 1;
         elem.endTagRight = right;
     } else {
