@@ -175,7 +175,9 @@ char* WriteElement(char* out, const char* name, size_t nameLength, const char* d
     return WriteBytes(out, kCrLf, 2);
 }
 
-// Reserving ahead stops here (128 MiB of index); a larger text grows the index as it parses.
+// Reserving ahead starts with room for a settings file, so that a new document allocates its
+// index once, and stops at 128 MiB of index; a larger text grows the index as it parses.
+const size_t kMinReservedSlots = 128;
 const size_t kMaxReservedSlots = size_t(1) << 22;
 
 char Byte(long value) {
@@ -261,7 +263,7 @@ bool CMarkupSTL::SetDoc(const char* text) {
     // Capacity for as many elements as the text can hold ("<a/>" takes 4 bytes), so that parsing
     // never moves the index; its size still grows by the rule of x_GetFreePos.
     const size_t length = docText.size();
-    elemIndex.reserve(std::min(length / 4 + 2, kMaxReservedSlots));
+    elemIndex.reserve(std::min(std::max(length / 4 + 2, kMinReservedSlots), kMaxReservedSlots));
     const size_t wanted = length / 64 + 8;
     if (elemIndex.size() < wanted)
         elemIndex.resize(wanted);
