@@ -483,6 +483,9 @@ int CMarkupSTL::x_ParseError(const char* format, const char* arg) {
 int CMarkupSTL::x_ParseElem(int parent) {
     const int outermost = parent;
     const char* text = docText.c_str();
+    // The parent's scan cursor, its endTagLeft, is also kept here: the next search need not wait
+    // for the value to come back from the index.
+    int cursor = elemIndex[parent].endTagLeft;
     for (;;) {
         // The next tag: a plain start or end tag is read here, anything else by the full scan.
         // The full scan takes a slot even for an end tag: the index grows here just the same.
@@ -490,15 +493,21 @@ int CMarkupSTL::x_ParseElem(int parent) {
             x_GrowIndex();
         bool open = false;
         int result;
-        const char* left = FindByte(text + elemIndex[parent].endTagLeft, '<');
+        const char* left = FindByte(text + cursor, '<');
         if (const char* right = PlainStartTag(left)) {
             result = x_StartTagRead(x_GetFreePos(), parent, static_cast<int>(left - text),
                                     static_cast<int>(right - text), open);
+            cursor = static_cast<int>(right - text) + 1;
         } else if (left[0] == '<' && left[1] == '/') {
-            elemIndex[parent].endTagLeft = static_cast<int>(left - text);
+            cursor = static_cast<int>(left - text);
+            elemIndex[parent].endTagLeft = cursor;
             result = 0;
         } else {
             result = x_ParseStartTag(parent, open);
+            if (result > 0)
+                cursor = open ? elemIndex[result].endTagLeft : elemIndex[result].endTagRight + 1;
+            else
+                cursor = elemIndex[parent].endTagLeft;
         }
         if (result > 0 && open) {
             parent = result;
@@ -514,13 +523,15 @@ int CMarkupSTL::x_ParseElem(int parent) {
             }
             // The end tag of parent: a plain one is read here, anything else by the full scan.
             ElemPos& closing = elemIndex[parent];
-            left = FindByte(text + closing.endTagLeft, '<');
+            left = FindByte(text + cursor, '<');
             if (const char* right = PlainEndTag(left, text + closing.startTagLeft + 1)) {
                 closing.endTagLeft = static_cast<int>(left - text);
                 closing.endTagRight = static_cast<int>(right - text);
+                cursor = closing.endTagRight + 1;
                 result = parent;
             } else {
                 result = x_ParseEndTag(parent);
+                cursor = closing.endTagRight + 1;
             }
             parent = closing.parent;
         }
