@@ -1,22 +1,108 @@
 #include "MarkupSTL.h"
 #include "FileHandle.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <iterator>
 #include <string_view>
 
 namespace {
 
-bool IsSpace(char c) {
-    return c == ' ' || c == '\t' || c == '\n' || c == '\r';
+// Byte classes of the scanners, looked up in one table rather than tested one by one.
+enum : unsigned char {
+    kSpace = 1,              // " \t\n\r"
+    kTokenEnd = 2,           // ends an unquoted token: whitespace, NUL and "<>=\\/?!"
+    kEscaped = 4,            // replaced by an entity in content: "<&>"
+    kEscapedInAttribute = 8, // and in attribute values, with the two quotes
+    kQuote = 16,
+};
+
+struct ByteClasses {
+    unsigned char of[256] = {};
+    constexpr ByteClasses() {
+        Mark(" \t\n\r", kSpace | kTokenEnd);
+        Mark("<>=\\/?!", kTokenEnd);
+        Mark("<&>", kEscaped | kEscapedInAttribute);
+        Mark("'\"", kEscapedInAttribute | kQuote);
+        of[0] = kTokenEnd;
+    }
+    constexpr void Mark(const char* bytes, unsigned char bits) {
+        for (; *bytes; ++bytes)
+            of[static_cast<unsigned char>(*bytes)] |= bits;
+    }
+};
+constexpr ByteClasses kBytes;
+
+bool Is(char c, unsigned char bits) {
+    return kBytes.of[static_cast<unsigned char>(c)] & bits;
 }
 
-// Characters that end an unquoted token (a token starting with one of them is that character).
-bool IsDelimiter(char c) {
-    return IsSpace(c) || (c && std::strchr("<>=\\/?!", c));
+// A character that starts a plain name token: neither a delimiter, whitespace, NUL nor a quote.
+bool IsNameStart(char c) {
+    return !Is(c, kTokenEnd | kQuote);
+}
+
+const char* SkipSpace(const char* p) {
+    while (Is(*p, kSpace))
+        ++p;
+    return p;
+}
+
+const char* NameEnd(const char* p) {
+    while (!Is(*p, kTokenEnd))
+        ++p;
+    return p;
+}
+
+// The token spells the first characters of name, and name ends there or goes on with one of
+// " =/[" (so "a" matches "a b" and "a[1]"). The loose rule is kept on purpose. Names are short:
+// a plain loop beats the library call.
+bool NameMatch(const char* token, int length, const char* name, int nameLength) {
+    if (length < 0 || length > nameLength)
+        return false;
+    for (int i = 0; i < length; ++i)
+        if (token[i] != name[i])
+            return false;
+    return length == nameLength || std::strchr(" =/[", name[length]);
+}
+
+// The first c (not NUL) at or after p, or the terminating NUL. Tags mostly lie a few bytes
+// apart: looking at those first spares the library call.
+const char* FindByte(const char* p, char c) {
+    for (const char* stop = p + 16; p != stop; ++p)
+        if (*p == c || !*p)
+            return p;
+    const char* found = std::strchr(p, c);
+    return found ? found : p + std::strlen(p);
+}
+
+// A plain start tag at left, '<' and a name up to the first '>': returns that '>', or null when
+// the tag needs the full scan.
+const char* PlainStartTag(const char* left) {
+    if (left[0] != '<' || !IsNameStart(left[1]))
+        return nullptr;
+    const char* right = FindByte(NameEnd(left + 2), '>');
+    return *right ? right : nullptr;
+}
+
+// A plain end tag at left, "</" and the name that starts the start tag at startName, then blanks
+// and '>': returns that '>', or null when the tag needs the full scan. The names are compared as
+// they are read.
+const char* PlainEndTag(const char* left, const char* startName) {
+    if (left[0] != '<' || left[1] != '/')
+        return nullptr;
+    const char* name = left + 2;
+    size_t length = 0;
+    while (!Is(name[length], kTokenEnd | kQuote) && name[length] == startName[length])
+        ++length;
+    if (!length || !Is(name[length], kTokenEnd) || !Is(startName[length], kTokenEnd))
+        return nullptr;
+    const char* right = SkipSpace(name + length);
+    return *right == '>' ? right : nullptr;
 }
 
 struct Entity {
@@ -29,9 +115,71 @@ struct Entity {
 const Entity kEntities[] = {
     {'<', "lt;", 3}, {'&', "amp;", 4}, {'>', "gt;", 3}, {'\'', "apos;", 5}, {'"', "quot;", 5},
 };
-const int kContentEntities = 3;
 
 const char kCrLf[] = "\r\n";
+
+const Entity& EntityOf(char c) {
+    const Entity* entity = kEntities;
+    while (entity->ch != c && entity + 1 != std::end(kEntities))
+        ++entity;
+    return *entity;
+}
+
+// `bits` picks the characters to escape: kEscaped in content, kEscapedInAttribute in values.
+size_t EscapedLength(const char* text, unsigned char bits) {
+    size_t length = 0;
+    for (const char* p = text; *p; ++p)
+        length += Is(*p, bits) ? 1 + EntityOf(*p).length : 1;
+    return length;
+}
+
+// Writes text escaped at out (EscapedLength bytes); returns the end.
+char* WriteEscaped(char* out, const char* text, unsigned char bits) {
+    for (const char* p = text; *p; ++p) {
+        if (!Is(*p, bits)) {
+            *out++ = *p;
+            continue;
+        }
+        const Entity& entity = EntityOf(*p);
+        *out++ = '&';
+        std::memcpy(out, entity.name, entity.length);
+        out += entity.length;
+    }
+    return out;
+}
+
+char* WriteBytes(char* out, const char* bytes, size_t length) {
+    std::memcpy(out, bytes, length);
+    return out + length;
+}
+
+// Length of the text of a new element, see WriteElement.
+size_t ElementLength(size_t nameLength, size_t contentLength) {
+    return (contentLength ? 5 + 2 * nameLength + contentLength : 3 + nameLength) + 2;
+}
+
+// Writes the text of a new element, "<" name "/>" without content, else "<" name ">" content
+// "</" name ">", then CR LF; returns the end.
+char* WriteElement(char* out, const char* name, size_t nameLength, const char* data,
+                   size_t contentLength) {
+    *out++ = '<';
+    out = WriteBytes(out, name, nameLength);
+    if (!contentLength) {
+        out = WriteBytes(out, "/>", 2);
+    } else {
+        *out++ = '>';
+        out = WriteEscaped(out, data, kEscaped);
+        out = WriteBytes(out, "</", 2);
+        out = WriteBytes(out, name, nameLength);
+        *out++ = '>';
+    }
+    return WriteBytes(out, kCrLf, 2);
+}
+
+// Reserving ahead starts with room for a settings file, so that a new document allocates its
+// index once, and stops at 128 MiB of index; a larger text grows the index as it parses.
+const size_t kMinReservedSlots = 128;
+const size_t kMaxReservedSlots = size_t(1) << 22;
 
 char Byte(long value) {
     return static_cast<char>(static_cast<unsigned char>(value & 0xFF));
@@ -111,10 +259,13 @@ bool CMarkupSTL::SetDoc(const char* text) {
     parentPos = mainPos = childPos = nodeType = 0;
     nextFreePos = 1;
     savedPositions.clear();
-    std::string copy(text ? text : ""); // text may point into docText
-    docText.swap(copy);
+    x_SetText(text);
 
-    const size_t wanted = docText.size() / 64 + 8;
+    // Capacity for as many elements as the text can hold ("<a/>" takes 4 bytes), so that parsing
+    // never moves the index; its size still grows by the rule of x_GetFreePos.
+    const size_t length = docText.size();
+    elemIndex.reserve(std::min(std::max(length / 4 + 2, kMinReservedSlots), kMaxReservedSlots));
+    const size_t wanted = length / 64 + 8;
     if (elemIndex.size() < wanted)
         elemIndex.resize(wanted);
     elemIndex[0] = ElemPos();
@@ -129,6 +280,19 @@ bool CMarkupSTL::SetDoc(const char* text) {
     elemIndex[0] = ElemPos();
     nextFreePos = 1;
     return false;
+}
+
+// The text may point into docText itself.
+void CMarkupSTL::x_SetText(const char* text) {
+    if (!text) {
+        docText.clear();
+    } else if (std::greater_equal<const char*>()(text, docText.data()) &&
+               std::less_equal<const char*>()(text, docText.data() + docText.size())) {
+        std::string copy(text);
+        docText.swap(copy);
+    } else {
+        docText.assign(text);
+    }
 }
 
 bool CMarkupSTL::Load(const char* path) {
@@ -174,16 +338,13 @@ bool CMarkupSTL::IsWellFormed() const {
 // Scanning
 
 bool CMarkupSTL::x_FindChar(const char* text, int& pos, char c) {
-    const char* p = text + pos;
-    while (*p && *p != c)
-        ++p;
-    pos = static_cast<int>(p - text);
-    return *p != '\0';
+    const char* found = c ? FindByte(text + pos, c) : text + pos + std::strlen(text + pos);
+    pos = static_cast<int>(found - text);
+    return *found != '\0';
 }
 
 bool CMarkupSTL::x_FindAny(const char* text, int& pos) {
-    while (IsSpace(text[pos]))
-        ++pos;
+    pos = static_cast<int>(SkipSpace(text + pos) - text);
     return text[pos] != '\0';
 }
 
@@ -205,8 +366,7 @@ bool CMarkupSTL::x_FindToken(TokenPos& token) {
         return true;
     }
     token.left = pos;
-    while (text[pos] && !IsDelimiter(text[pos]))
-        ++pos;
+    pos = static_cast<int>(NameEnd(text + pos) - text);
     if (pos == token.left)
         ++pos;
     token.right = pos - 1;
@@ -214,12 +374,8 @@ bool CMarkupSTL::x_FindToken(TokenPos& token) {
     return true;
 }
 
-// The token spells the first characters of name, and name ends there or goes on with one of
-// " =/[" (so "a" matches "a b" and "a[1]"). The loose rule is kept on purpose.
 bool CMarkupSTL::x_NameMatch(const char* token, int length, const char* name, int nameLength) {
-    if (length < 0 || length > nameLength || std::memcmp(token, name, length) != 0)
-        return false;
-    return length == nameLength || std::strchr(" =/[", name[length]);
+    return NameMatch(token, length, name, nameLength);
 }
 
 std::string CMarkupSTL::x_GetToken(const TokenPos& token) const {
@@ -292,11 +448,15 @@ int CMarkupSTL::x_ParseNode(TokenPos& token) const {
 // Element index
 
 int CMarkupSTL::x_GetFreePos() {
-    if (nextFreePos >= static_cast<int>(elemIndex.size())) {
-        const size_t size = elemIndex.size();
-        elemIndex.resize(size + (size / 2 ? size / 2 : 1));
-    }
+    if (nextFreePos >= static_cast<int>(elemIndex.size()))
+        x_GrowIndex();
     return nextFreePos++;
+}
+
+// Grows the index by half its size, the new slots zeroed.
+void CMarkupSTL::x_GrowIndex() {
+    const size_t size = elemIndex.size();
+    elemIndex.resize(size + (size / 2 ? size / 2 : 1));
 }
 
 int CMarkupSTL::x_ReleasePos() {
@@ -319,37 +479,70 @@ int CMarkupSTL::x_ParseError(const char* format, const char* arg) {
 
 // Parses one element (with its subtree) from the parent's scan cursor, the parent's endTagLeft.
 // Returns its slot, 0 when the parent's end tag (or the end of the text inside an element) comes
-// first, or -1 on error. Nesting is followed with an explicit stack so that any depth parses.
+// first, or -1 on error. Nesting is followed through the parent links of the index, without
+// recursion or a stack of its own, so that any depth parses without allocating.
 int CMarkupSTL::x_ParseElem(int parent) {
-    std::vector<ParseFrame> open;
+    const int outermost = parent;
+    const char* text = docText.c_str();
+    // The parent's scan cursor, its endTagLeft, is also kept here: the next search need not wait
+    // for the value to come back from the index.
+    int cursor = elemIndex[parent].endTagLeft;
     for (;;) {
-        ParseFrame frame;
-        int result = x_ParseStartTag(parent, frame);
-        if (result > 0 && frame.slot) {
-            open.push_back(frame);
-            parent = frame.slot;
+        // The next tag: a plain start or end tag is read here, anything else by the full scan.
+        // The full scan takes a slot even for an end tag: the index grows here just the same.
+        if (nextFreePos >= static_cast<int>(elemIndex.size()))
+            x_GrowIndex();
+        bool open = false;
+        int result;
+        const char* left = FindByte(text + cursor, '<');
+        if (const char* right = PlainStartTag(left)) {
+            result = x_StartTagRead(x_GetFreePos(), parent, static_cast<int>(left - text),
+                                    static_cast<int>(right - text), open);
+            cursor = static_cast<int>(right - text) + 1;
+        } else if (left[0] == '<' && left[1] == '/') {
+            cursor = static_cast<int>(left - text);
+            elemIndex[parent].endTagLeft = cursor;
+            result = 0;
+        } else {
+            result = x_ParseStartTag(parent, open);
+            if (result > 0)
+                cursor = open ? elemIndex[result].endTagLeft : elemIndex[result].endTagRight + 1;
+            else
+                cursor = elemIndex[parent].endTagLeft;
+        }
+        if (result > 0 && open) {
+            parent = result;
             continue;
         }
         // Hand the result up through every element it completes.
         for (;;) {
-            if (open.empty())
+            if (result < 0 || parent == outermost)
                 return result;
             if (result > 0) {
-                x_AppendChild(open.back(), result);
-                parent = open.back().slot;
+                x_AppendChild(parent, result);
                 break;
             }
-            if (result < 0)
-                return result;
-            result = x_ParseEndTag(open.back());
-            open.pop_back();
+            // The end tag of parent: a plain one is read here, anything else by the full scan.
+            ElemPos& closing = elemIndex[parent];
+            left = FindByte(text + cursor, '<');
+            if (const char* right = PlainEndTag(left, text + closing.startTagLeft + 1)) {
+                closing.endTagLeft = static_cast<int>(left - text);
+                closing.endTagRight = static_cast<int>(right - text);
+                cursor = closing.endTagRight + 1;
+                result = parent;
+            } else {
+                result = x_ParseEndTag(parent);
+                cursor = closing.endTagRight + 1;
+            }
+            parent = closing.parent;
         }
     }
 }
 
-// Reads up to the start tag of the next element under parent, skipping other nodes.
-// An element with content comes back with `open` filled in; its children are still to parse.
-int CMarkupSTL::x_ParseStartTag(int parent, ParseFrame& open) {
+// Reads up to the start tag of the next element under parent, skipping other nodes. An element
+// with content comes back `open`: its children are still to parse. While it is open, its
+// endTagLeft is the scan cursor and its endTagRight its last child parsed so far.
+int CMarkupSTL::x_ParseStartTag(int parent, bool& open) {
     const int slot = x_GetFreePos();
     ElemPos& elem = elemIndex[slot];
     ElemPos& outer = elemIndex[parent];
@@ -388,42 +581,59 @@ int CMarkupSTL::x_ParseStartTag(int parent, ParseFrame& open) {
         break;
     }
 
-    const int nameLeft = token.left;
-    const int nameLength = token.right - token.left + 1;
     int pos = token.next;
     if (!x_FindChar(text, pos, '>'))
         return x_ParseError("End of tag not found");
-    elem.startTagRight = pos;
-    if (text[pos - 1] == '/') {
-        elem.endTagLeft = pos - 1;
-        elem.endTagRight = pos;
-        return slot;
+    return x_StartTagRead(slot, parent, elem.startTagLeft, pos, open);
+}
+
+// Records the start tag of a new element from its '<' to its '>'; returns the element's slot.
+int CMarkupSTL::x_StartTagRead(int slot, int parent, int left, int right, bool& open) {
+    ElemPos& elem = elemIndex[slot];
+    elemIndex[parent].endTagLeft = left;
+    elem.startTagLeft = left;
+    elem.startTagRight = right;
+    elem.reserved = 0;
+    elem.parent = parent;
+    elem.firstChild = 0;
+    elem.nextSibling = 0;
+    if (docText.c_str()[right - 1] == '/') {
+        elem.endTagLeft = right - 1;
+        elem.endTagRight = right;
+    } else {
+        elem.endTagLeft = right + 1;
+        elem.endTagRight = 0;
+        open = true;
     }
-    elem.endTagLeft = pos + 1;
-    open.slot = slot;
-    open.nameLeft = nameLeft;
-    open.nameLength = nameLength;
-    open.lastChild = 0;
     return slot;
 }
 
-void CMarkupSTL::x_AppendChild(ParseFrame& frame, int child) {
-    if (frame.lastChild)
-        elemIndex[frame.lastChild].nextSibling = child;
+void CMarkupSTL::x_AppendChild(int parent, int child) {
+    ElemPos& outer = elemIndex[parent];
+    if (outer.endTagRight)
+        elemIndex[outer.endTagRight].nextSibling = child;
     else
-        elemIndex[frame.slot].firstChild = child;
-    frame.lastChild = child;
-    elemIndex[frame.slot].endTagLeft = elemIndex[child].endTagRight + 1;
+        outer.firstChild = child;
+    outer.endTagRight = child;
+    outer.endTagLeft = elemIndex[child].endTagRight + 1;
 }
 
 // Reads the end tag of an element whose children are all parsed.
-int CMarkupSTL::x_ParseEndTag(const ParseFrame& frame) {
+// Reads the end tag of an element whose children are all parsed, token by token.
+int CMarkupSTL::x_ParseEndTag(int slot) {
     const char* text = docText.c_str();
-    const std::string name(text + frame.nameLeft, frame.nameLength);
-    ElemPos& elem = elemIndex[frame.slot];
+    ElemPos& elem = elemIndex[slot];
+    TokenPos tag(text, elem.startTagLeft + 1);
+    x_FindToken(tag);
+    const char* name = text + tag.left;
+    const int nameLength = tag.right - tag.left + 1;
+    // The name is copied for a message only.
+    auto fail = [&](const char* format) {
+        return x_ParseError(format, std::string(name, nameLength).c_str());
+    };
     int pos = elem.endTagLeft;
     if (!x_FindChar(text, pos, '<'))
-        return x_ParseError("End tag of %s element not found", name.c_str());
+        return fail("End tag of %s element not found");
     elem.endTagLeft = pos;
 
     TokenPos token(text, pos + 1);
@@ -435,19 +645,19 @@ int CMarkupSTL::x_ParseEndTag(const ParseFrame& frame) {
             continue;
         const char c = text[token.left];
         if (count == 1 && c != '/')
-            return x_ParseError("Expecting end tag of element %s", name.c_str());
-        if (count == 2 && !x_NameMatch(text + token.left, token.right - token.left + 1,
-                                       name.c_str(), frame.nameLength))
-            return x_ParseError("End tag does not correspond to %s", name.c_str());
+            return fail("Expecting end tag of element %s");
+        if (count == 2 &&
+            !x_NameMatch(text + token.left, token.right - token.left + 1, name, nameLength))
+            return fail("End tag does not correspond to %s");
         if (c == '>') {
             closed = true;
             break;
         }
     }
     if (!closed || count < 2)
-        return x_ParseError("End tag not completed for element %s", name.c_str());
+        return fail("End tag not completed for element %s");
     elem.endTagRight = token.left;
-    return frame.slot;
+    return slot;
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -702,20 +912,9 @@ std::string CMarkupSTL::x_TextToDoc(const char* text, bool attribute) {
     std::string out;
     if (!text)
         return out;
-    const size_t length = std::strlen(text);
-    out.reserve(length + length / 10);
-    const int entities = attribute ? static_cast<int>(std::size(kEntities)) : kContentEntities;
-    for (const char* p = text; *p; ++p) {
-        int i = 0;
-        while (i < entities && kEntities[i].ch != *p)
-            ++i;
-        if (i < entities) {
-            out += '&';
-            out += kEntities[i].name;
-        } else {
-            out += *p;
-        }
-    }
+    const unsigned char bits = attribute ? kEscapedInAttribute : kEscaped;
+    out.resize(EscapedLength(text, bits));
+    WriteEscaped(&out[0], text, bits);
     return out;
 }
 
@@ -801,42 +1000,41 @@ bool CMarkupSTL::x_AddElem(const char* name, const char* data, bool insert, bool
     const bool parentEmpty = parent && outer.IsEmptyElement();
     const bool parentBare = parent && outer.HasEmptyContent();
 
-    const std::string tagName(name);
-    const std::string content = x_TextToDoc(data);
-    const int nameLength = static_cast<int>(tagName.size());
-    std::string elemText = "<" + tagName;
+    const size_t nameLength = std::strlen(name);
+    const size_t contentLength = data ? EscapedLength(data, kEscaped) : 0;
+    const int elemLength = static_cast<int>(ElementLength(nameLength, contentLength));
     const int slot = x_GetFreePos();
     ElemPos& elem = elemIndex[slot];
     elem = ElemPos();
     elem.startTagLeft = offset + (parentEmpty || parentBare ? 2 : 0);
-    if (content.empty()) {
-        elemText += "/>";
-        elem.startTagRight = elem.startTagLeft + nameLength + 2;
+    if (!contentLength) {
+        elem.startTagRight = elem.startTagLeft + static_cast<int>(nameLength) + 2;
         elem.endTagLeft = elem.startTagRight - 1;
         elem.endTagRight = elem.startTagRight;
     } else {
-        elemText += ">" + content + "</" + tagName + ">";
-        elem.startTagRight = elem.startTagLeft + nameLength + 1;
-        elem.endTagLeft = elem.startTagRight + 1 + static_cast<int>(content.size());
-        elem.endTagRight = elem.endTagLeft + nameLength + 2;
+        elem.startTagRight = elem.startTagLeft + static_cast<int>(nameLength) + 1;
+        elem.endTagLeft = elem.startTagRight + 1 + static_cast<int>(contentLength);
+        elem.endTagRight = elem.endTagLeft + static_cast<int>(nameLength) + 2;
     }
-    elemText += kCrLf;
-    const int elemLength = static_cast<int>(elemText.size());
     x_LinkElem(parent, after, slot);
 
     if (parentEmpty) {
         const std::string parentName = x_GetTagName(parent);
-        const std::string piece = ">" + std::string(kCrLf) + elemText + "</" + parentName;
+        std::string piece(3 + elemLength, '\0');
+        WriteElement(WriteBytes(&piece[0], ">\r\n", 3), name, nameLength, data, contentLength);
+        piece += "</" + parentName;
         x_DocChange(outer.endTagLeft, 1, piece);
         x_Adjust(slot, static_cast<int>(piece.size()) - 1, true);
         x_OpenEmptyParent(parent, outer.startTagRight, elemLength,
                           static_cast<int>(parentName.size()));
-    } else if (parentBare) {
-        x_DocChange(offset, 0, kCrLf + elemText);
-        x_Adjust(slot, 2 + elemLength, true);
     } else {
-        x_DocChange(offset, 0, elemText);
-        x_Adjust(slot, elemLength, true);
+        // Written in place: no piece of the text is built apart.
+        const int lead = parentBare ? 2 : 0;
+        char* out = x_DocOpen(offset, lead + elemLength);
+        if (parentBare)
+            out = WriteBytes(out, kCrLf, 2);
+        WriteElement(out, name, nameLength, data, contentLength);
+        x_Adjust(slot, lead + elemLength, true);
     }
     x_MoveToNew(parent, slot, child);
     return true;
@@ -1035,6 +1233,11 @@ void CMarkupSTL::x_ShiftTree(int top, int shift) {
             return;
         pos = elemIndex[pos].nextSibling;
     }
+}
+
+char* CMarkupSTL::x_DocOpen(int offset, int length) {
+    docText.insert(static_cast<size_t>(offset), static_cast<size_t>(length), '\0');
+    return &docText[static_cast<size_t>(offset)];
 }
 
 void CMarkupSTL::x_DocChange(int offset, int length, const std::string& text) {

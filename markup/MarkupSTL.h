@@ -185,19 +185,13 @@ protected:
     int nodeType = 0;
     std::map<std::string, SavedPos> savedPositions;
 
-    // One element whose start tag is read and whose children are still being parsed.
-    struct ParseFrame {
-        int slot = 0;
-        int nameLeft = 0;
-        int nameLength = 0;
-        int lastChild = 0;
-    };
-
     // Parsing (the token and node scanners are shared by every reader of tags).
+    void x_SetText(const char* text);
     int x_ParseElem(int parent);
-    int x_ParseStartTag(int parent, ParseFrame& open);
-    int x_ParseEndTag(const ParseFrame& frame);
-    void x_AppendChild(ParseFrame& frame, int child);
+    int x_ParseStartTag(int parent, bool& open);
+    int x_StartTagRead(int slot, int parent, int left, int right, bool& open);
+    int x_ParseEndTag(int slot);
+    void x_AppendChild(int parent, int child);
     int x_ParseNode(TokenPos& token) const;
     static bool x_FindChar(const char* text, int& pos, char c);
     static bool x_FindAny(const char* text, int& pos);
@@ -205,6 +199,7 @@ protected:
     static bool x_NameMatch(const char* token, int length, const char* name, int nameLength);
     std::string x_GetToken(const TokenPos& token) const;
     int x_GetFreePos();
+    void x_GrowIndex();
     int x_ReleasePos();
     int x_ParseError(const char* format, const char* arg = nullptr);
 
@@ -234,4 +229,5 @@ protected:
     void x_Adjust(int slot, int shift, bool afterSlot = false);
     void x_ShiftTree(int top, int shift);
     void x_DocChange(int offset, int length, const std::string& text);
+    char* x_DocOpen(int offset, int length);
 };
