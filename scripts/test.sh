@@ -21,7 +21,7 @@ end_holder() {
     rm -f "$holder_log"
 }
 trap end_holder EXIT
-if sh tests/isolated.sh -- true 2>/dev/null; then
+if sh tests/isolated.sh "$PWD" -- true 2>/dev/null; then
     perl -MIO::Socket::INET -e '$| = 1;
         my $s = IO::Socket::INET->new(LocalAddr => "127.0.0.1:31334", Listen => 5, ReuseAddr => 1)
             or exit 3;
