@@ -2,7 +2,7 @@
 // this installed folder launch the updater next, and why. Reads only; status 0 on success, 2
 // for a bad command line, 1 for a folder that is not an installed folder.
 #include "Clock.h"
-#include "Inspector.h"
+#include "Report.h"
 
 #include <QCoreApplication>
 #include <QJsonDocument>

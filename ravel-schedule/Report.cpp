@@ -1,4 +1,4 @@
-#include "Inspector.h"
+#include "Report.h"
 
 #include "Clock.h"
 #include "CommonFunctions.h"
