@@ -3,8 +3,8 @@
 # repetitions and prints one table: each figure, ravel beside its peer, the ratio of the medians
 # and the target. Usage: scripts/bench.sh [repetitions]   (default 5)
 # In-process figures are CPU time; figures with child processes (rsync) are wall-clock time.
-# Every program runs in private network and mount namespaces (own loopback, private /tmp and
-# /usr/local), so the agent's port and fixed places on this machine are never touched.
+# Every program runs in private network, mount and process namespaces (own loopback, private /tmp,
+# /usr overlaid), so the agent's port and fixed places on this machine are never touched.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 repetitions=${1:-5}
@@ -39,13 +39,9 @@ trap 'rm -rf "$scratch"' EXIT
 rm -rf "$results" "$scratch"
 mkdir -p "$results" "$scratch"
 
+# The tests' namespaces (tests/isolated.sh), with this checkout kept reachable under any /tmp.
 run_isolated() {
-    $sudo unshare --net --mount --propagation private sh -c '
-        set -e
-        ip link set lo up
-        mount -t tmpfs tmpfs /tmp
-        mount -t tmpfs tmpfs /usr/local
-        exec "$@"' sh "$@"
+    $sudo sh tests/isolated.sh "$PWD" -- "$@"
 }
 
 for program in build-bench/bench/*_bench; do
