@@ -8,8 +8,40 @@ namespace {
 constexpr quint32 kSecondsPerDay = 86400;
 const char kDateFormat[] = "yyyy-MM-dd hh:mm:ss";
 
+// The number in text[at, at + count) when every character there is an ASCII digit, else -1.
+int DigitsAt(const QString& text, int at, int count) {
+    int value = 0;
+    for (int i = at; i < at + count; ++i) {
+        const char16_t c = text.at(i).unicode();
+        if (c < u'0' || c > u'9')
+            return -1;
+        value = value * 10 + (c - u'0');
+    }
+    return value;
+}
+
+// Qt's format parser dominates a check, and the file almost always holds a plain
+// "yyyy-MM-dd hh:mm:ss": such a text with a valid date and time is that local moment, built
+// directly. Anything else, and a moment that local time skips, goes through the parser as ever.
+QDateTime DateFromText(const QString& text) {
+    static const char kShape[] = "dddd-dd-dd dd:dd:dd";
+    bool plain = text.size() == 19;
+    for (int i = 0; plain && i < 19; ++i)
+        plain = kShape[i] == 'd' ? DigitsAt(text, i, 1) >= 0 : text.at(i) == QLatin1Char(kShape[i]);
+    if (plain) {
+        const QDate date(DigitsAt(text, 0, 4), DigitsAt(text, 5, 2), DigitsAt(text, 8, 2));
+        const QTime time(DigitsAt(text, 11, 2), DigitsAt(text, 14, 2), DigitsAt(text, 17, 2));
+        if (date.isValid() && time.isValid()) {
+            const QDateTime moment(date, time);
+            if (moment.isValid() && moment.date() == date && moment.time() == time)
+                return moment;
+        }
+    }
+    return QDateTime::fromString(text, QLatin1String(kDateFormat));
+}
+
 quint32 ParseDate(const QString& text) {
-    return ToTimeT(QDateTime::fromString(text, QLatin1String(kDateFormat)));
+    return ToTimeT(DateFromText(text));
 }
 
 // The value a setting reads as: its text, or its default when absent or empty.

@@ -245,3 +245,43 @@ TEST(DecisionCore, ForecastForEachVerdict) {
             << row.what;
     }
 }
+
+// The last launch read from its text is the moment Qt's own date parser gives, whatever the text:
+// an unusable one (invalid, or outside the 32-bit clock) starts the cycle at the clock's reading.
+TEST(DecisionCore, LastLaunchTextsReadAsQtParsesThem) {
+    const QString texts[] = {"2024-03-04 14:00:00",
+                             "2024-02-29 23:59:59",
+                             "1970-01-02 00:00:00",
+                             "2106-02-07 06:28:15",
+                             "1969-12-31 23:59:59",
+                             "0999-01-01 00:00:00",
+                             "2023-02-29 10:00:00",
+                             "2024-13-01 00:00:00",
+                             "2024-03-04 24:00:00",
+                             "2024-03-04 14:00:60",
+                             "2024-03-04T14:00:00",
+                             "2024-03-04 14:00:0",
+                             " 2024-03-04 14:00:00",
+                             "2024-03-04 14:00:00 ",
+                             "0",
+                             "",
+                             "2024-03-04 1a:00:00",
+                             QString::fromUtf8("٢٠٢٤-03-04 14:00:00")};
+    for (const QString& text : texts) {
+        Known known;
+        const Outcome outcome = RunRule(
+            ReadScheduleRule, known,
+            [&](Need need, Known& k) {
+                if (need == Need::Clock)
+                    k.AddClock(kAt);
+                else
+                    k.Set(need, need == Need::LastLaunchTime ? text : QString());
+            },
+            [](const Effect&) {});
+        const QDateTime parsed = QDateTime::fromString(text, "yyyy-MM-dd hh:mm:ss");
+        const qint64 seconds = parsed.isValid() ? parsed.toSecsSinceEpoch() : -1;
+        const quint32 expected = seconds >= 0 && seconds < 4294967295LL ? quint32(seconds) : at;
+        EXPECT_EQ(outcome.info.nLastLaunchTime, expected)
+            << "LastLaunchTime \"" << text.toStdString() << "\"";
+    }
+}
