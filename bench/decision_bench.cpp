@@ -21,7 +21,7 @@ void NumbersPerCheck(benchmark::State& state) {
             info.nDelayTime = 0, now = kNow;
     }
 }
-BENCHMARK(NumbersPerCheck);
+BENCHMARK(NumbersPerCheck)->Name("decision-numbers/ravel");
 
 void TextsPerCheck(benchmark::State& state) {
     Known known;
@@ -35,5 +35,5 @@ void TextsPerCheck(benchmark::State& state) {
     for (auto _ : state)
         benchmark::DoNotOptimize(CheckRule(known));
 }
-BENCHMARK(TextsPerCheck);
+BENCHMARK(TextsPerCheck)->Name("decision-texts/ravel");
 } // namespace
