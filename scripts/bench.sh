@@ -8,6 +8,11 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 repetitions=${1:-5}
+case "$repetitions" in '' | *[!0-9]* | 0)
+    echo "usage: $0 [repetitions]   (a whole number from 1; default 5)" >&2
+    exit 2
+    ;;
+esac
 
 sudo=""
 if [ "$(id -u)" -ne 0 ]; then
@@ -58,7 +63,7 @@ done
 echo
 echo "Taken on $(nproc) cores, $(lscpu | sed -n 's/^Model name: *//p' | head -1), $(date -u '+%Y-%m-%d %H:%M UTC'), load average $(cut -d' ' -f1-3 /proc/loadavg)."
 echo
-python3 - "$results" <<'PY'
+python3 - "$results" "$repetitions" <<'PY'
 import glob, json, os, re, sys
 
 # figure: (peer, kind, limit). kind "ratio": ravel / peer at most limit; "time": ravel's time
@@ -86,7 +91,9 @@ medians = {}  # figure -> impl -> (value, text)
 order = []
 for path in sorted(glob.glob(os.path.join(sys.argv[1], "*.json"))):
     for b in json.load(open(path))["benchmarks"]:
-        if b.get("aggregate_name") != "median" or b.get("error_occurred"):
+        # One repetition gives no aggregates: its single run stands for the median.
+        wanted = b.get("aggregate_name") == "median" if int(sys.argv[2]) > 1 else b.get("run_type") == "iteration"
+        if not wanted or b.get("error_occurred"):
             continue
         # Google Benchmark appends its options ("/iterations:1", "/real_time") to the name.
         name = re.sub(r"(/(iterations:\d+|real_time|manual_time))+$", "", b["run_name"])
