@@ -3,6 +3,7 @@
 #include "CommonFunctions.h"
 
 #include "Descriptor.h"
+#include "FileLayout.h"
 #include "MarkupSTL.h"
 #include "StrConv.h"
 #include "md5.h"
@@ -25,7 +26,6 @@
 namespace {
 
 const char kSourceName[] = "../Common/CommonFunctions";
-const char kDataRoot[] = "/usr/local/zq_kt_userdata/";
 const char kBackupSuffix[] = ".old";
 
 // Problems go to the debug channel only, stamped with the build time, the source and the caller.
@@ -199,7 +199,7 @@ QString CCommonFunctions::GetMainComDisplayName(const QString& file) {
 }
 
 QString CCommonFunctions::GetCompDataDirectory(QString name) {
-    const QString path = QLatin1String(kDataRoot) + name.replace(QLatin1Char(' '), '_') + '/';
+    const QString path = DefaultDataFolder(name);
     MXPSCreatePath(path.toStdWString());
     return path;
 }

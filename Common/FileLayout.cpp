@@ -14,6 +14,9 @@ const char* BRIGHTWELL_INFO = "/UpdateInfo";
 const char* BRIGHTWELL_DATA = "/Brightwell Data";
 const char* TIDEWATER_EXE = "Tidewater.app/Contents/MacOS/Tidewater";
 const char* UPDATE_INFO_DAT = "UpdateInfo.dat";
+const char* DUPLICATE_FOLDER = "Brightwell/";
+const char* LOG_FOLDER = "log/";
+const char* LOG_FILE_NAME = "ravel.log";
 
 QString g_qstrOrgPath;
 QString g_qstrOrgDat;
@@ -23,12 +26,57 @@ QString g_qstrUpdateInfoDatPath;
 QString g_qstrTidewaterExePath;
 
 namespace {
+const char kDataRoot[] = "/usr/local/zq_kt_userdata/";
+const char kDataFolderSection[] = "DupInfo";
+const char kDataFolderKey[] = "DuplicatePath";
+
 QString WithTrailingSlash(QString path) {
     if (!path.endsWith(QLatin1Char('/')))
         path += QLatin1Char('/');
     return path;
 }
 } // namespace
+
+QString StoredDataFolder(const QString& installed) {
+    return CCommonFunctions::GetConfigure(QLatin1String(kDataFolderSection),
+                                          QLatin1String(kDataFolderKey), QVariant(QString()),
+                                          installed + QLatin1String(TIDEWATER_DAT))
+        .toString();
+}
+
+QString DefaultDataFolder(QString displayName) {
+    return QLatin1String(kDataRoot) + displayName.replace(QLatin1Char(' '), QLatin1Char('_')) +
+           QLatin1Char('/');
+}
+
+QString WithSeparator(QString path) {
+    if (!path.endsWith(QLatin1Char('/')) && !path.endsWith(QLatin1Char('\\')))
+        path += QLatin1Char('/');
+    return path;
+}
+
+QString DataFolderFrom(const QString& text) {
+    return WithSeparator(text);
+}
+
+AgentPlaces LocateAgentPlaces(const QString& installed) {
+    AgentPlaces places;
+    places.installed = WithSeparator(installed);
+    places.settings = places.installed + QLatin1String(TIDEWATER_DAT);
+    places.components = places.installed + QLatin1String(UPDATE_INFO_DAT);
+    QString folder = StoredDataFolder(places.installed);
+    places.stored = !folder.isEmpty();
+    if (!places.stored) {
+        places.displayName = CCommonFunctions::GetMainComDisplayName(places.components);
+        folder = DefaultDataFolder(places.displayName);
+    }
+    places.dataFolder = DataFolderFrom(folder);
+    places.duplicate = places.dataFolder + QLatin1String(DUPLICATE_FOLDER);
+    places.userInfo = places.duplicate + QLatin1String(USER_INFO_DAT);
+    places.logFolder = places.dataFolder + QLatin1String(LOG_FOLDER);
+    places.log = places.logFolder + QLatin1String(LOG_FILE_NAME);
+    return places;
+}
 
 QString GetExeDir() {
     // The executable sits in ravel.app/Contents/MacOS/: three levels below the installed folder.
@@ -44,17 +92,13 @@ QString GetUserDirectory() {
 
 QString GetDuplicatePath(bool bLog) {
     // Always the installed copy's settings, so both roles agree on the data folder.
-    const QString settings = g_qstrOrgPath + QString::fromLatin1(TIDEWATER_DAT);
-    const QString section = QStringLiteral("DupInfo");
-    const QString key = QStringLiteral("DuplicatePath");
-    QString folder =
-        CCommonFunctions::GetConfigure(section, key, QVariant(QString()), settings).toString();
+    QString folder = StoredDataFolder(g_qstrOrgPath);
     if (folder.isEmpty()) {
         const QString name = CCommonFunctions::GetMainComDisplayName(g_qstrOrgDat);
         folder = CCommonFunctions::GetCompDataDirectory(name);
-        CCommonFunctions::WriteConfigure(section, key, QVariant(folder), settings);
+        CCommonFunctions::WriteConfigure(QLatin1String(kDataFolderSection),
+                                         QLatin1String(kDataFolderKey), QVariant(folder),
+                                         g_qstrOrgPath + QLatin1String(TIDEWATER_DAT));
     }
-    if (!folder.endsWith(QLatin1Char('/')) && !folder.endsWith(QLatin1Char('\\')))
-        folder += QLatin1Char('/');
-    return folder + (bLog ? QStringLiteral("log/") : QStringLiteral("Brightwell/"));
+    return DataFolderFrom(folder) + QLatin1String(bLog ? LOG_FOLDER : DUPLICATE_FOLDER);
 }

@@ -26,10 +26,7 @@ bool ReadRole(int argc, char* argv[]) {
     if (argc == 1) {
         return false;
     }
-    g_qstrOrgPath = QString::fromLocal8Bit(argv[1]);
-    if (!g_qstrOrgPath.endsWith("\\") && !g_qstrOrgPath.endsWith("/")) {
-        g_qstrOrgPath += "/";
-    }
+    g_qstrOrgPath = WithSeparator(QString::fromLocal8Bit(argv[1]));
     return true;
 }
 
@@ -94,7 +91,7 @@ int RavelMain(int argc, char* argv[]) {
     if (!MakeDuplicateFolder(dup)) {
         return -1;
     }
-    g_EazyLog.Init("ravel.log");
+    g_EazyLog.Init(LOG_FILE_NAME);
 
     const QString self = QCoreApplication::arguments().value(0);
     CheckingLoop loop(self);

@@ -2,6 +2,7 @@
 
 #include "Clock.h"
 #include "CommonFunctions.h"
+#include "FileLayout.h"
 #include "MarkupSTL.h"
 
 #include <QDir>
@@ -15,8 +16,7 @@
 
 namespace {
 const char kDateFormat[] = "yyyy-MM-dd hh:mm:ss";
-const char kDataRoot[] = "/usr/local/zq_kt_userdata/"; // where the agent makes a data folder
-constexpr qint64 kLogTail = 256 * 1024;                // enough for the last check
+constexpr qint64 kLogTail = 256 * 1024; // enough for the last check
 
 QString WithSlash(QString path) {
     if (!path.endsWith(QLatin1Char('/')) && !path.endsWith(QLatin1Char('\\')))
@@ -266,20 +266,12 @@ bool FindAgentFiles(const QString& folder, AgentFiles& files, QString& problem) 
                       .arg(folder);
         return false;
     }
-    files.installed = installed;
-    files.settings = installed + QStringLiteral("Tidewater.dat");
-    QString data = GetConfigure(QStringLiteral("DupInfo"), QStringLiteral("DuplicatePath"),
-                                QVariant(QString()), files.settings)
-                       .toString();
-    if (data.isEmpty()) {
-        // As the agent names the folder, without making it or storing it.
-        const QString name =
-            CCommonFunctions::GetMainComDisplayName(installed + QStringLiteral("UpdateInfo.dat"));
-        data = QLatin1String(kDataRoot) + QString(name).replace(QLatin1Char(' '), '_') + '/';
-    }
-    files.dataFolder = WithSlash(data);
-    files.userInfo = files.dataFolder + QStringLiteral("Brightwell/UserInfo.dat");
-    files.log = files.dataFolder + QStringLiteral("log/ravel.log");
+    const AgentPlaces places = LocateAgentPlaces(installed);
+    files.installed = places.installed;
+    files.settings = places.settings;
+    files.dataFolder = places.dataFolder;
+    files.userInfo = places.userInfo;
+    files.log = places.log;
     return true;
 }
 

@@ -5,6 +5,7 @@
 // run is complete.
 #include "Clock.h"
 #include "CommonFunctions.h"
+#include "FileLayout.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -22,18 +23,14 @@ QString InstalledFolder() {
 }
 
 bool RecordRun(const QString& installed) {
-    QString data =
-        GetConfigure("DupInfo", "DuplicatePath", QVariant(""), installed + "Tidewater.dat")
-            .toString();
-    if (data.isEmpty()) {
+    // Only where the agent has stored its data folder: a stand-in makes no folder of its own.
+    const AgentPlaces places = LocateAgentPlaces(installed);
+    if (!places.stored) {
         std::fprintf(stderr, "Tidewater: no DupInfo/DuplicatePath in %s\n",
-                     qPrintable(installed + "Tidewater.dat"));
+                     qPrintable(places.settings));
         return false;
     }
-    if (!data.endsWith("/") && !data.endsWith("\\")) {
-        data += "/";
-    }
-    const QString userInfo = data + "Brightwell/UserInfo.dat";
+    const QString& userInfo = places.userInfo;
     WriteConfigure("UpdateRecord", "LastLaunchTime",
                    CurrentDateTime().toString("yyyy-MM-dd hh:mm:ss"), userInfo);
     WriteConfigure("UpdateInfo", "LastStatus", "ready", userInfo);
