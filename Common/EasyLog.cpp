@@ -3,6 +3,7 @@
 #include "Clock.h"
 #include "CommonFunctions.h"
 #include "FileLayout.h"
+#include "LogTexts.h"
 
 #include <QDir>
 #include <QVariant>
@@ -13,8 +14,8 @@ CEasyLog g_EazyLog;
 const char* g_chgLine = "\n";
 
 namespace {
-const char kStartBanner[] = "----------------------Start Log---------------------------------";
-const char kEndBanner[] = "----------------------End Log-----------------------------------";
+using logtext::kEndBanner;
+using logtext::kStartBanner;
 // Beyond this the log is emptied at the next start.
 constexpr qint64 kMaxLogSize = 0x500000;
 } // namespace

@@ -1,6 +1,7 @@
 #include "CheckingLoop.h"
 
 #include "EasyLog.h"
+#include "LogTexts.h"
 #include "ravel.h"
 
 #include <QHostAddress>
@@ -22,14 +23,14 @@ CheckingLoop::CheckingLoop(const QString& /*name*/, QObject* /*parent*/)
     }
     // The port doubles as the single-instance lock: taken means another agent runs.
     if (!m_pServer->listen(QHostAddress::LocalHost, kInstancePort)) {
-        RAVEL_LOG("QLocalServer listen failed.");
+        RAVEL_LOG(logtext::kListenFailed);
         std::exit(0);
     }
     connect(m_pServer, SIGNAL(newConnection()), this, SLOT(newConnection()));
 }
 
 void CheckingLoop::newConnection() {
-    RAVEL_LOG("Accept a connection, ravel exit.");
+    RAVEL_LOG(logtext::kAcceptExit);
     std::exit(0);
 }
 

@@ -2,6 +2,7 @@
 #include "CommonFunctions.h"
 #include "EasyLog.h"
 #include "FileLayout.h"
+#include "LogTexts.h"
 #include "MarkupSTL.h"
 #include "StrConv.h"
 #include "ravel.h"
@@ -62,8 +63,7 @@ void CopyDataFolders(const QString& src, const QString& dst) {
             CCommonFunctions::MXPSCopyFile(src + BRIGHTWELL_DATA, dstData);
         }
     } else {
-        RAVEL_LOG("Config.xml and UserData.dat file not exist,will create new file=%s",
-                  src.toLocal8Bit().constData());
+        RAVEL_LOG(logtext::kFirstDataCopy, src.toLocal8Bit().constData());
         CCommonFunctions::MXPSCopyFile(src + BRIGHTWELL_DATA, dstData);
         CCommonFunctions::MXPSCopyFile(src + BRIGHTWELL_INFO, dst + BRIGHTWELL_INFO);
     }
@@ -80,7 +80,7 @@ int CopyFileToDup(const QString& src, const QString& dst) {
         return -1;
     }
     CopyDependLib();
-    RAVEL_LOG("Enter111111111 InitAgent() ...qstrSrcPath=%s", src.toLocal8Bit().constData());
+    RAVEL_LOG(logtext::kDeployFrom, src.toLocal8Bit().constData());
     CopyDataFolders(src, dst);
     // An existing Tidewater.dat in the duplicate is the updater's own and is kept.
     const QString srcDat = src + TIDEWATER_DAT;
@@ -114,7 +114,7 @@ void CopyDependLib() {
             continue;
         }
         if (!CCommonFunctions::MXPSCopyFile(g_qstrOrgPath + name, dup + name)) {
-            RAVEL_LOG("Copy file failed. the file name is:\n%s.",
+            RAVEL_LOG(logtext::kLibraryCopyFailed,
                       (g_qstrOrgPath + name).toLocal8Bit().constData());
         }
     }

@@ -3,6 +3,7 @@
 #include "CommonFunctions.h"
 #include "EasyLog.h"
 #include "FileLayout.h"
+#include "LogTexts.h"
 
 #include <QVariant>
 
@@ -23,22 +24,22 @@ int InitFilePath(const QString& path, bool bDup) {
     if (bDup) {
         // The updater's path was set by the earlier call for the installed copy.
         if (!IsFileExist(g_qstrUserInfoIniPath)) {
-            RAVEL_LOG("ConfigFile<%s> not exist", g_qstrUserInfoIniPath.toUtf8().constData());
+            RAVEL_LOG(logtext::kConfigFileMissing, g_qstrUserInfoIniPath.toUtf8().constData());
             return 2;
         }
     } else {
         g_qstrTidewaterExePath = path + QString::fromLatin1(TIDEWATER_EXE);
         if (!IsFileExist(g_qstrTidewaterExePath)) {
-            RAVEL_LOG("ExeFile<%s> not exist", g_qstrTidewaterExePath.toUtf8().constData());
+            RAVEL_LOG(logtext::kExeFileMissing, g_qstrTidewaterExePath.toUtf8().constData());
             return 1;
         }
     }
     if (!IsFileExist(g_qstrTidewaterIniPath)) {
-        RAVEL_LOG("ConfigFile<%s> not exist", g_qstrTidewaterIniPath.toUtf8().constData());
+        RAVEL_LOG(logtext::kConfigFileMissing, g_qstrTidewaterIniPath.toUtf8().constData());
         return 3;
     }
     if (!IsFileExist(g_qstrUpdateInfoDatPath)) {
-        RAVEL_LOG("ConfigFile<%s> not exist", g_qstrUpdateInfoDatPath.toUtf8().constData());
+        RAVEL_LOG(logtext::kConfigFileMissing, g_qstrUpdateInfoDatPath.toUtf8().constData());
         return 4;
     }
     return 0;

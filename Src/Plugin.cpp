@@ -1,6 +1,7 @@
 // The strategy plug-in: libPolicyProbe.dylib beside the bundle, created once and asked to start.
 #include "EasyLog.h"
 #include "JLibrary.h"
+#include "LogTexts.h"
 #include "PolicyPlugin.h"
 #include "ravel.h"
 
@@ -29,7 +30,7 @@ void* GetRegisterInstance() {
             const QByteArray path =
                 (QCoreApplication::applicationDirPath() + "/../../../PolicyProbe").toLocal8Bit();
             hModule = new (std::nothrow) JLibrary(path.toStdString());
-            qDebug("lib PolicyProbe path = %s", path.constData());
+            qDebug(logtext::kPluginPath, path.constData());
             // The path is the whole line, format and all.
 #if defined(__GNUC__)
 #pragma GCC diagnostic push
@@ -41,13 +42,13 @@ void* GetRegisterInstance() {
 #pragma GCC diagnostic pop
 #endif
             if (!hModule) {
-                RAVEL_LOG("load PolicyProbe fail");
+                RAVEL_LOG(logtext::kPluginFail);
                 return nullptr;
             }
         }
         fnCreatePlugin = reinterpret_cast<CreatePluginFn>(hModule->resolve("CreatePlugin"));
         if (!fnCreatePlugin) {
-            RAVEL_LOG("load PolicyProbe fail 2");
+            RAVEL_LOG(logtext::kPluginFail2);
             DropPluginLibrary();
             return nullptr;
         }
@@ -56,16 +57,16 @@ void* GetRegisterInstance() {
 }
 
 void InitAgent() {
-    RAVEL_LOG("Enter InitAgent() ...");
+    RAVEL_LOG(logtext::kPluginEnter);
     if (!g_pRegister) {
         g_pRegister = static_cast<IPolicyPlugin*>(GetRegisterInstance());
     }
     if (!g_pRegister) {
-        RAVEL_LOG("load PolicyProbe fail 3");
+        RAVEL_LOG(logtext::kPluginFail3);
         return;
     }
     if (g_pRegister->Init() == 0) {
-        RAVEL_LOG("Init Agent Failed.");
+        RAVEL_LOG(logtext::kPluginInitFailed);
     }
-    RAVEL_LOG("Leave InitAgent() ...");
+    RAVEL_LOG(logtext::kPluginLeave);
 }

@@ -1,6 +1,7 @@
 // Process-level services: the process-table test, starting programs, small utilities.
 #include "EasyLog.h"
 #include "FileHandle.h"
+#include "LogTexts.h"
 #include "ravel.h"
 
 #include <QFileInfo>
@@ -60,7 +61,7 @@ bool IsProcessRunning(const QString& name) {
 }
 
 int ExecuteFile(const QString& path, const QString& args, bool wait) {
-    RAVEL_LOG("File path is: %s", path.toUtf8().constData());
+    RAVEL_LOG(logtext::kFilePath, path.toUtf8().constData());
     CopyDependLib();
     if (path.isEmpty()) {
         return 0;

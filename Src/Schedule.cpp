@@ -7,6 +7,7 @@
 #include "CommonFunctions.h"
 #include "EasyLog.h"
 #include "FileLayout.h"
+#include "LogTexts.h"
 
 #include <QVariant>
 #include <cstdlib>
@@ -55,7 +56,7 @@ void Log(const Effect& effect) {
 
 void LaunchUpdater() {
     if (ExecuteFile(g_qstrTidewaterExePath, "auto", false) == -1)
-        RAVEL_LOG("Failed to Launch(%s)", g_qstrTidewaterExePath.toUtf8().constData());
+        RAVEL_LOG(logtext::kLaunchFailed, g_qstrTidewaterExePath.toUtf8().constData());
 }
 
 void Carry(const Effect& effect) {

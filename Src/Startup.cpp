@@ -6,6 +6,7 @@
 #include "CommonFunctions.h"
 #include "EasyLog.h"
 #include "FileLayout.h"
+#include "LogTexts.h"
 #include "ravel.h"
 
 #include <QCoreApplication>
@@ -35,7 +36,7 @@ bool MakeDuplicateFolder(const QString& dup) {
         return true;
     }
     if (!QDir().mkpath(dup)) {
-        qDebug("Duplicate path is empty or it's not a path.");
+        qDebug(logtext::kDuplicatePathFailed);
         return false;
     }
     setFilePermissions(dup);
@@ -44,14 +45,14 @@ bool MakeDuplicateFolder(const QString& dup) {
 
 int HandOver(const QString& dup) {
     if (CopyFileToDup(g_qstrOrgPath, dup) == -1) {
-        RAVEL_LOG("Copy file to Dup failed.");
+        RAVEL_LOG(logtext::kCopyToDupFailed);
         return -1;
     }
     const QString exe = dup + RAVEL_EXE_FILE_NAME + MAC_APP_PATH;
     const QString argument = "\"" + g_qstrOrgPath + "\"";
     qDebug("%s", argument.toUtf8().constData());
     if (ExecuteFile(exe, argument, false) != 0) {
-        RAVEL_LOG("Execute Duplicate %s Failed", exe.toUtf8().constData());
+        RAVEL_LOG(logtext::kExecuteDuplicateFailed, exe.toUtf8().constData());
         return -1;
     }
     return 0;
@@ -59,7 +60,7 @@ int HandOver(const QString& dup) {
 
 int StayResident(CheckingLoop& loop) {
     if (InitFilePath(g_qstrOrgPath, true) != 0) {
-        RAVEL_LOG("Duplicate InitFilePath Failed");
+        RAVEL_LOG(logtext::kDuplicateInitFailed);
         return -1;
     }
     CheckMissed();
@@ -96,12 +97,12 @@ int RavelMain(int argc, char* argv[]) {
     const QString self = QCoreApplication::arguments().value(0);
     CheckingLoop loop(self);
     if (IsProcessRunning(self)) {
-        RAVEL_LOG("There is an Ravel process is running.");
+        RAVEL_LOG(logtext::kAlreadyRunning);
         return 0;
     }
     std::srand(static_cast<unsigned>(QTime(0, 0, 0, 0).secsTo(CurrentDateTime().time())));
     if (InitFilePath(g_qstrOrgPath, false) != 0) {
-        RAVEL_LOG("Original InitFilePath Failed");
+        RAVEL_LOG(logtext::kOriginalInitFailed);
         return -1;
     }
     return duplicate ? StayResident(loop) : HandOver(dup);
