@@ -436,6 +436,8 @@ void MemoryEnv::Write(Setting setting, const QString& text) {
 
 QDateTime MemoryEnv::Now() {
     ++clockReadings;
+    if (!clock_.isValid()) // set as seconds: made local only when asked for
+        clock_ = QDateTime::fromSecsSinceEpoch(qint64(seconds_));
     return clock_;
 }
 
@@ -477,7 +479,7 @@ void MemoryEnv::SetClock(const QDateTime& now) {
 }
 
 void MemoryEnv::SetClock(quint32 seconds) {
-    clock_ = QDateTime::fromSecsSinceEpoch(qint64(seconds));
+    clock_ = QDateTime();
     seconds_ = seconds;
 }
 

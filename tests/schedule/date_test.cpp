@@ -44,9 +44,9 @@ QStringList TextsAroundChanges(const QTimeZone& zone, int from, int to) {
 } // namespace
 
 TEST(Dates, ReadAsTheParserReadsThemInEveryZoneAndOrder) {
-    const char* const zones[] = {"America/New_York",   "Europe/Berlin",   "Australia/Lord_Howe",
-                                 "Asia/Kolkata",       "UTC",             "Europe/Dublin",
-                                 "America/Sao_Paulo", "Antarctica/Troll"};
+    const char* const zones[] = {
+        "America/New_York", "Europe/Berlin",     "Australia/Lord_Howe", "Asia/Kolkata", "UTC",
+        "Europe/Dublin",    "America/Sao_Paulo", "Antarctica/Troll"};
     std::mt19937_64 random(20241103);
     for (const char* name : zones) {
         ZoneScope scope(name);
