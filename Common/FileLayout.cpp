@@ -4,6 +4,7 @@
 
 #include <QCoreApplication>
 #include <QDir>
+#include <QFileInfo>
 #include <QVariant>
 
 const char* MAC_APP_PATH = "/Contents/MacOS/ravel";
@@ -76,6 +77,22 @@ AgentPlaces LocateAgentPlaces(const QString& installed) {
     places.logFolder = places.dataFolder + QLatin1String(LOG_FOLDER);
     places.log = places.logFolder + QLatin1String(LOG_FILE_NAME);
     return places;
+}
+
+bool IsDuplicateFolder(const QString& folder) {
+    const QFileInfo info(folder);
+    const QString canonical = info.canonicalFilePath();
+    if (canonical.isEmpty())
+        return false;
+    const QString stored = StoredDataFolder(WithSeparator(folder));
+    if (!stored.isEmpty() &&
+        QFileInfo(DataFolderFrom(stored) + QLatin1String(DUPLICATE_FOLDER)).canonicalFilePath() ==
+            canonical)
+        return true;
+    const QDir dir(canonical);
+    return WithSeparator(dir.dirName()) == QLatin1String(DUPLICATE_FOLDER) &&
+           dir.exists(QLatin1String(RAVEL_EXE_FILE_NAME)) &&
+           QFileInfo(dir.filePath(QLatin1String("../") + QLatin1String(LOG_FOLDER))).isDir();
 }
 
 QString GetExeDir() {

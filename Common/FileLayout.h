@@ -56,6 +56,10 @@ struct AgentPlaces {
 };
 // Reads Tidewater.dat and, when it stores no data folder, UpdateInfo.dat of `installed`.
 AgentPlaces LocateAgentPlaces(const QString& installed);
+// True when `folder` is a duplicate folder rather than an installed one: the folder its own copy
+// of Tidewater.dat names as the duplicate folder, or a "Brightwell" folder holding ravel.app beside
+// a "log" folder. Reads only.
+bool IsDuplicateFolder(const QString& folder);
 
 // The folder holding the bundle (three levels above the executable's folder), ending with "/".
 QString GetExeDir();

@@ -39,5 +39,5 @@ void CheckingLoop::timerEvent(QTimerEvent* /*event*/) {
 }
 
 void CheckingLoop::check() {
-    CarryOut(CheckRule);
+    RunCheck();
 }

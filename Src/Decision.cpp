@@ -1,12 +1,25 @@
 #include "Decision.h"
 
-#include "Clock.h"
+#include "LogTexts.h"
 
-#include <QVariant>
+#include <ctime>
+
+const char kDateFormat[] = "yyyy-MM-dd hh:mm:ss";
 
 namespace {
 constexpr quint32 kSecondsPerDay = 86400;
-const char kDateFormat[] = "yyyy-MM-dd hh:mm:ss";
+
+// ---- Dates ----
+
+// Days from 1970-01-01 to the given day of the proleptic Gregorian calendar.
+qint64 DaysFromCivil(int year, int month, int day) {
+    year -= month <= 2;
+    const int era = (year >= 0 ? year : year - 399) / 400;
+    const int yearOfEra = year - era * 400;
+    const int dayOfYear = (153 * (month + (month > 2 ? -3 : 9)) + 2) / 5 + day - 1;
+    const int dayOfEra = yearOfEra * 365 + yearOfEra / 4 - yearOfEra / 100 + dayOfYear;
+    return qint64(era) * 146097 + dayOfEra - 719468;
+}
 
 // The number in text[at, at + count) when every character there is an ASCII digit, else -1.
 int DigitsAt(const QString& text, int at, int count) {
@@ -20,316 +33,366 @@ int DigitsAt(const QString& text, int at, int count) {
     return value;
 }
 
-// Qt's format parser dominates a check, and the file almost always holds a plain
-// "yyyy-MM-dd hh:mm:ss": such a text with a valid date and time is that local moment, built
-// directly. Anything else, and a moment that local time skips, goes through the parser as ever.
-QDateTime DateFromText(const QString& text) {
+// The local wall-clock reading of a plain "yyyy-MM-dd hh:mm:ss" text with a valid date and time
+// in 1971 to 2105, as seconds counted like UTC ones; false for any other text.
+bool PlainWallClock(const QString& text, qint64& wall) {
     static const char kShape[] = "dddd-dd-dd dd:dd:dd";
-    bool plain = text.size() == 19;
-    for (int i = 0; plain && i < 19; ++i)
-        plain = kShape[i] == 'd' ? DigitsAt(text, i, 1) >= 0 : text.at(i) == QLatin1Char(kShape[i]);
-    if (plain) {
-        const QDate date(DigitsAt(text, 0, 4), DigitsAt(text, 5, 2), DigitsAt(text, 8, 2));
-        const QTime time(DigitsAt(text, 11, 2), DigitsAt(text, 14, 2), DigitsAt(text, 17, 2));
-        if (date.isValid() && time.isValid()) {
-            const QDateTime moment(date, time);
-            if (moment.isValid() && moment.date() == date && moment.time() == time)
-                return moment;
-        }
+    if (text.size() != 19)
+        return false;
+    for (int i = 0; i < 19; ++i)
+        if (kShape[i] == 'd' ? DigitsAt(text, i, 1) < 0 : text.at(i) != QLatin1Char(kShape[i]))
+            return false;
+    const int year = DigitsAt(text, 0, 4), month = DigitsAt(text, 5, 2), day = DigitsAt(text, 8, 2);
+    const int hour = DigitsAt(text, 11, 2), minute = DigitsAt(text, 14, 2);
+    const int second = DigitsAt(text, 17, 2);
+    if (year < 1971 || year > 2105 || !QDate::isValid(year, month, day) ||
+        !QTime::isValid(hour, minute, second))
+        return false;
+    wall = DaysFromCivil(year, month, day) * kSecondsPerDay + hour * 3600 + minute * 60 + second;
+    return true;
+}
+
+// The local time's offset from UTC at the moment `seconds`.
+bool OffsetAt(qint64 seconds, long& offset) {
+    const time_t moment = time_t(seconds);
+    struct tm local;
+    if (!localtime_r(&moment, &local))
+        return false;
+    offset = local.tm_gmtoff;
+    return true;
+}
+
+// The one moment a wall-clock reading stands for when no change of the local offset lies within
+// a day of it; false near a change, where a reading may occur twice or not at all.
+bool UnambiguousMoment(qint64 wall, qint64& moment) {
+    long before = 0, after = 0, at = 0;
+    if (!OffsetAt(wall - kSecondsPerDay, before) || !OffsetAt(wall + kSecondsPerDay, after) ||
+        before != after)
+        return false;
+    moment = wall - before;
+    return OffsetAt(moment, at) && at == before;
+}
+
+// ---- Reading settings ----
+
+QString ReadText(ScheduleEnv& env, Setting setting) {
+    return SettingValue(setting, env.Read(setting)).toString();
+}
+
+quint32 ReadUInt(ScheduleEnv& env, Setting setting) {
+    return SettingValue(setting, env.Read(setting)).toUInt();
+}
+
+bool ReadBool(ScheduleEnv& env, Setting setting) {
+    return SettingValue(setting, env.Read(setting)).toBool();
+}
+
+// ---- Log lines: each call names its own source line ----
+
+void Note(ScheduleEnv& env, int line, const char* format,
+          const LogArgument& argument = LogArgument()) {
+    env.Log(line, format, argument);
+}
+
+void Enter(ScheduleEnv& env, int line, const char* name) {
+    env.Log(line, logtext::kEnter, LogArgument::Text(QLatin1String(name)));
+    env.Indent(1);
+}
+
+void Leave(ScheduleEnv& env, int line, const char* name) {
+    env.Indent(-1);
+    env.Log(line, logtext::kLeave, LogArgument::Text(QLatin1String(name)));
+}
+
+#define NOTE(env, ...) Note(env, __LINE__, __VA_ARGS__)
+#define ENTER(env, name) Enter(env, __LINE__, name)
+#define LEAVE(env, name) Leave(env, __LINE__, name)
+
+// ---- The rules ----
+
+// True when now - last launch exceeds the cycle, both wrapping 32-bit: a future launch is over.
+bool CycleOver(const CONFIG_INFO& info, quint32 now) {
+    return now - info.nLastLaunchTime > info.nUpdateCycle * kSecondsPerDay;
+}
+
+// True once the drawn delay's moment has come.
+bool DelayPassed(const CONFIG_INFO& info, quint32 now) {
+    return now >= info.nDelayTime;
+}
+
+// The third delay round and later launch without waiting for a delay.
+bool ForcedRound(const CONFIG_INFO& info) {
+    return info.nDelayTimes > 2;
+}
+
+quint32 StrategyOf(ScheduleEnv& env, const QString& strategy) {
+    if (strategy == QLatin1String("never"))
+        return 0;
+    if (strategy != QLatin1String("cycle")) {
+        NOTE(env, logtext::kStrategyNotCorrect, LogArgument::Text(strategy));
+        env.Write(Setting::Strategy, QStringLiteral("cycle"));
     }
-    return QDateTime::fromString(text, QLatin1String(kDateFormat));
+    return 1;
 }
 
-quint32 ParseDate(const QString& text) {
-    return ToTimeT(DateFromText(text));
+// Only an absent or empty key takes the default; a stored text that reads as 0 stays 0.
+quint32 RepairedCycle(ScheduleEnv& env) {
+    NOTE(env, logtext::kUpdateCycleNotCorrect, LogArgument::Int(0));
+    const QString fallback = ReadText(env, Setting::ConfigCycleDefault);
+    const QString stored = env.Read(Setting::UpdateCycle);
+    const QString text = stored.isEmpty() ? fallback : stored;
+    env.Write(Setting::UpdateCycle, text);
+    return text.toUInt(nullptr, 10);
 }
 
-// The value a setting reads as: its text, or its default when absent or empty.
-QVariant ValueOf(Need need, const QString& text) {
+// An unusable date (one that reads as the text "0" does) starts the first cycle now.
+quint32 LastLaunchOf(ScheduleEnv& env, const QString& text) {
+    static const quint32 unusable = DateSeconds(QStringLiteral("0"));
+    const quint32 seconds = DateSeconds(text);
+    if (seconds != unusable)
+        return seconds;
+    const QDateTime now = env.Now();
+    env.Write(Setting::LastLaunchTime, now.toString(QLatin1String(kDateFormat)));
+    return ToTimeT(now);
+}
+
+void LaunchUpdater(ScheduleEnv& env) {
+    if (env.Launch() == -1)
+        NOTE(env, logtext::kLaunchFailed, LogArgument::Text(env.UpdaterPath()));
+}
+} // namespace
+
+// ---- Settings ----
+
+SettingPlace PlaceOf(Setting setting) {
+    switch (setting) {
+    case Setting::TimerMinutes:
+        return {false, "UpdateSetting", "TimerMinutes"};
+    case Setting::RunWithSystem:
+        return {false, "UpdateSetting", "RunWithSystem"};
+    case Setting::ConfigCycleDefault:
+        return {false, "UpdateSetting", "ConfigCycleDefault"};
+    case Setting::AutoCheckNow:
+        return {false, "UpdateSetting", "AutoCheckNow"};
+    case Setting::TimeRandomRange:
+        return {false, "UpdateSetting", "TimeRandomRange"};
+    case Setting::Strategy:
+        return {true, "UpdateStrategy", "Strategy"};
+    case Setting::LastLaunchTime:
+        return {true, "UpdateRecord", "LastLaunchTime"};
+    case Setting::LastStatus:
+        return {true, "UpdateInfo", "LastStatus"};
+    case Setting::DelayTime:
+        return {true, "DelayInfo", "DelayTime"};
+    case Setting::UpdateCycle:
+        return {true, "UpdateStrategy", "UpdateCycle"};
+    case Setting::DelayTimes:
+        return {true, "DelayInfo", "DelayTimes"};
+    }
+    return {false, "", ""};
+}
+
+QVariant SettingValue(Setting setting, const QString& text) {
     if (!text.isEmpty())
         return QVariant(text);
-    switch (need) {
-    case Need::DelayTime:
+    switch (setting) {
+    case Setting::DelayTime:
         return QVariant(-1); // reads as 4294967295, not as "no delay drawn"
-    case Need::Strategy:
+    case Setting::Strategy:
         return QVariant(QStringLiteral("cycle"));
-    case Need::LastLaunchTime:
-    case Need::LastStatus:
-    case Need::UpdateCycle:
-    case Need::DelayTimes:
+    case Setting::LastLaunchTime:
+    case Setting::LastStatus:
+    case Setting::UpdateCycle:
+    case Setting::DelayTimes:
         return QVariant(QStringLiteral("0"));
-    case Need::TimeRandomRange:
+    case Setting::TimeRandomRange:
         return QVariant(QStringLiteral("720"));
     default:
         return QVariant(QStringLiteral("1"));
     }
 }
 
-// One run of the rules over what is known. Every step returns false once the run has
-// stopped for a value it needs; the outcome then names that value.
-class Run {
-public:
-    Run(const Known& known, Outcome& outcome) : known_(known), out_(outcome) {}
+// ---- Dates ----
 
-    bool Value(Need need, QVariant& value) {
-        if (!known_.Has(need))
-            return Stop(need);
-        value = ValueOf(need, known_.text[int(need)]);
-        return true;
-    }
-    bool Text(Need need, QString& text) {
-        QVariant value;
-        return Value(need, value) && (text = value.toString(), true);
-    }
-    bool UInt(Need need, quint32& number) {
-        QVariant value;
-        return Value(need, value) && (number = value.toUInt(), true);
-    }
-    bool Now(QDateTime& now) {
-        if (known_.pinned)
-            now = known_.clock[0];
-        else if (out_.clocksUsed < known_.clocks)
-            now = known_.clock[out_.clocksUsed];
-        else
-            return Stop(Need::Clock);
-        ++out_.clocksUsed;
-        return true;
-    }
-    bool Now(quint32& now) {
-        QDateTime moment;
-        return Now(moment) && (now = ToTimeT(moment), true);
-    }
-    bool Draw(int& draw) {
-        if (!known_.Has(Need::Draw))
-            return Stop(Need::Draw);
-        draw = known_.draw;
-        return true;
-    }
-
-    Effect& Add(Effect::Kind kind) {
-        Q_ASSERT(out_.effectCount < kMaxEffects);
-        Effect& effect = out_.effects[out_.effectCount++];
-        effect.kind = kind;
-        return effect;
-    }
-    Effect& Log(Note note, qint64 number = 0) {
-        Effect& effect = Add(Effect::Kind::Log);
-        effect.note = note;
-        effect.number = number;
-        return effect;
-    }
-    void Log(Note note, const QString& text) { Log(note).text = text; }
-    void Trace(Note note, const char* name) { Log(note).name = name; }
-    Effect& Write(Need key) {
-        Effect& effect = Add(Effect::Kind::Write);
-        effect.key = key;
-        return effect;
-    }
-    void Write(Need key, const QString& text) { Write(key).text = text; }
-    void Write(Need key, qint64 number) { Write(key).number = number; }
-
-    bool ReadSchedule(CONFIG_INFO& info);
-    bool Launch(const CONFIG_INFO& info, bool& launch);
-    bool Missed();
-    bool Check();
-
-private:
-    bool Stop(Need need) {
-        out_.need = need;
-        return false;
-    }
-    bool RepairStrategy(const QString& strategy, quint32& result);
-    bool RepairCycle(quint32& cycle);
-    bool RepairLastLaunch(const QString& text, quint32& result);
-
-    const Known& known_;
-    Outcome& out_;
-};
-
-bool Run::RepairStrategy(const QString& strategy, quint32& result) {
-    result = strategy == QLatin1String("never") ? 0 : 1;
-    if (result == 1 && strategy != QLatin1String("cycle")) {
-        Log(Note::StrategyNotCorrect, strategy);
-        Write(Need::Strategy, QStringLiteral("cycle"));
-    }
-    return true;
+// Qt's format parser is the reference, but it costs more than a whole check otherwise does, and
+// the file almost always holds a plain text far from any change of the local offset: such a text
+// is read directly; anything else, and every text near a change, goes through the parser.
+quint32 DateSeconds(const QString& text) {
+    qint64 wall = 0, moment = 0;
+    if (PlainWallClock(text, wall) && UnambiguousMoment(wall, moment))
+        return quint32(moment);
+    return ToTimeT(QDateTime::fromString(text, QLatin1String(kDateFormat)));
 }
 
-// Only an absent or empty key takes the default; a stored text that reads as 0 stays 0.
-bool Run::RepairCycle(quint32& cycle) {
-    if (cycle != 0)
-        return true;
-    Log(Note::UpdateCycleNotCorrect, 0);
-    QString fallback;
-    if (!Text(Need::ConfigCycleDefault, fallback))
-        return false;
-    if (!known_.Has(Need::UpdateCycleAgain))
-        return Stop(Need::UpdateCycleAgain);
-    const QString stored = known_.text[int(Need::UpdateCycleAgain)];
-    const QString text = stored.isEmpty() ? fallback : stored;
-    Write(Need::UpdateCycle, text);
-    cycle = text.toUInt(nullptr, 10);
-    return true;
+QString DateText(quint32 seconds) {
+    return QDateTime::fromSecsSinceEpoch(qint64(seconds)).toString(QLatin1String(kDateFormat));
 }
 
-// An unusable date starts the first cycle now.
-bool Run::RepairLastLaunch(const QString& text, quint32& result) {
-    static const quint32 unusable = ParseDate(QStringLiteral("0"));
-    result = ParseDate(text);
-    if (result != unusable)
-        return true;
-    QDateTime now;
-    if (!Now(now))
-        return false;
-    Write(Need::LastLaunchTime, now.toString(QLatin1String(kDateFormat)));
-    result = ToTimeT(now);
-    return true;
+QString LogArgument::Written() const {
+    return kind == Kind::Moment ? DateText(quint32(number)) : text;
 }
 
-bool Run::ReadSchedule(CONFIG_INFO& info) {
-    Trace(Note::Enter, "ReadConfigInfo");
-    QString strategy, lastLaunch, status;
-    if (!Text(Need::Strategy, strategy) || !Text(Need::LastLaunchTime, lastLaunch) ||
-        !Text(Need::LastStatus, status) || !UInt(Need::DelayTime, info.nDelayTime) ||
-        !UInt(Need::UpdateCycle, info.nUpdateCycle) || !UInt(Need::DelayTimes, info.nDelayTimes))
-        return false;
-    if (!RepairStrategy(strategy, info.nStrategy) || !RepairCycle(info.nUpdateCycle))
-        return false;
-    info.bContinue = NeedContinue(status) ? 1 : 0;
-    if (!info.bContinue && status != QLatin1String("ready"))
-        Write(Need::LastStatus, QStringLiteral("ready"));
-    if (!RepairLastLaunch(lastLaunch, info.nLastLaunchTime))
-        return false;
-    if (info.nDelayTimes - 1u > 2u) {
-        Log(Note::DelayTimesNotCorrect);
-        Write(Need::DelayTimes, QStringLiteral("1"));
-        info.nDelayTimes = 1;
-    }
-    Trace(Note::Leave, "ReadConfigInfo");
-    return true;
-}
-
-bool Run::Launch(const CONFIG_INFO& info, bool& launch) {
-    quint32 now = 0;
-    launch = false;
-    if (!Now(now))
-        return false;
-    if (!CycleOver(info, now))
-        return true;
-    Log(Note::TimeUsedUp);
-    if (ForcedRound(info))
-        Log(Note::DelayTimesAtLeast3);
-    quint32 autoCheckNow = 0;
-    if (!UInt(Need::AutoCheckNow, autoCheckNow))
-        return false;
-    const LaunchStep step = DecideLaunch(info, now, autoCheckNow);
-    if (step.autoCheck)
-        Log(Note::AutoCheckNow);
-    if (step.draws) {
-        quint32 range = 0;
-        int draw = 0;
-        if (!UInt(Need::TimeRandomRange, range) || !Draw(draw))
-            return false;
-        const qint64 moment = DrawnDelay(now, DelaySpan(info.nDelayTimes, range), draw);
-        Write(Need::DelayTime, moment);
-        Log(Note::DelayTo, moment);
-    }
-    launch = step.launch;
-    return true;
-}
-
-// A delay that ran out while the agent was away counts as one more round, already past.
-bool Run::Missed() {
-    Trace(Note::Enter, "CheckMissed");
-    CONFIG_INFO& info = out_.info;
-    if (!ReadSchedule(info))
-        return false;
-    if (DelayCanBeMissed(info)) {
-        quint32 now = 0;
-        if (!Now(now))
-            return false;
-        if (MissedDelay(info, now)) {
-            Write(Need::DelayTime, QStringLiteral("1"));
-            Write(Need::DelayTimes, qint64(info.nDelayTimes) + 1);
-            Log(Note::Missed, qint64(info.nDelayTimes) + 1);
-        }
-    }
-    Trace(Note::Leave, "CheckMissed");
-    return true;
-}
-
-bool Run::Check() {
-    QVariant runWithSystem;
-    if (!UInt(Need::TimerMinutes, out_.timerMinutes) || !Value(Need::RunWithSystem, runWithSystem))
-        return false;
-    out_.runWithSystem = runWithSystem.toBool();
-    CONFIG_INFO& info = out_.info;
-    if (!ReadSchedule(info))
-        return false;
-    switch (ChooseBranch(info, out_.runWithSystem)) {
-    case Branch::Resume:
-        Log(Note::Resume);
-        Add(Effect::Kind::Launch);
-        out_.launch = true;
-        break;
-    case Branch::Exit:
-        Log(Note::NeverExit);
-        Add(Effect::Kind::Exit);
-        out_.exits = true;
-        return true;
-    case Branch::Idle:
-        break;
-    case Branch::Decide:
-        if (!Launch(info, out_.launch))
-            return false;
-        if (out_.launch) {
-            Log(Note::Ready);
-            Add(Effect::Kind::Launch);
-        }
+QString LogMessage(const char* format, const LogArgument& argument) {
+    switch (argument.kind) {
+    case LogArgument::Kind::Text:
+    case LogArgument::Kind::Moment:
+        return QString::asprintf(format, argument.Written().toUtf8().constData());
+    case LogArgument::Kind::Int:
+        return QString::asprintf(format, int(argument.number));
+    case LogArgument::Kind::UInt:
+        return QString::asprintf(format, unsigned(argument.number));
+    case LogArgument::Kind::None:
         break;
     }
-    Log(Note::Sleep, out_.timerMinutes);
-    return true;
+    return QString::fromUtf8(format);
 }
 
-// The check at `at` when the cycle is over there (checks continue every intervalMs).
-void ForeseeOverCycle(Forecast& f, const ScheduleSettings& s, quint32 first, int intervalMs,
-                      qint64 at) {
-    const CONFIG_INFO& r = f.record;
-    f.decideAt = at;
-    if (s.autoCheckNow != 0 || ForcedRound(r)) {
-        f.path = s.autoCheckNow != 0 ? LaunchPath::Auto : LaunchPath::Forced;
-        f.earliest = f.latest = at;
-    } else if (r.nDelayTime <= at) {
-        f.path = r.nDelayTime != 0 ? LaunchPath::DelayDue : LaunchPath::Draw;
-        f.earliest = f.latest = at;
-    } else {
-        f.path = LaunchPath::DelayWait;
-        f.earliest = f.latest = FirstCheckFrom(first, intervalMs, r.nDelayTime);
-    }
-    if (f.path == LaunchPath::Draw) {
-        f.span = DelaySpan(r.nDelayTimes, s.timeRandomRange);
-        f.earliest = FirstCheckFrom(first, intervalMs, at + 1);
-        f.latest = FirstCheckFrom(first, intervalMs, at + qMax<qint64>(f.span, 1));
-    }
-}
-} // namespace
+// ---- The rules ----
 
 bool NeedContinue(const QString& status) {
     return status == QLatin1String("querying") || status == QLatin1String("downloading") ||
            status == QLatin1String("downloaded");
 }
 
+void ReadConfigInfo(ScheduleEnv& env, CONFIG_INFO& info) {
+    ENTER(env, logtext::kReadConfigInfo);
+    const QString strategy = ReadText(env, Setting::Strategy);
+    const QString lastLaunch = ReadText(env, Setting::LastLaunchTime);
+    const QString status = ReadText(env, Setting::LastStatus);
+    info.nDelayTime = ReadUInt(env, Setting::DelayTime);
+    info.nUpdateCycle = ReadUInt(env, Setting::UpdateCycle);
+    info.nDelayTimes = ReadUInt(env, Setting::DelayTimes);
+    info.nStrategy = StrategyOf(env, strategy);
+    if (info.nUpdateCycle == 0)
+        info.nUpdateCycle = RepairedCycle(env);
+    info.bContinue = NeedContinue(status) ? 1 : 0;
+    if (!info.bContinue && status != QLatin1String("ready"))
+        env.Write(Setting::LastStatus, QStringLiteral("ready"));
+    info.nLastLaunchTime = LastLaunchOf(env, lastLaunch);
+    if (info.nDelayTimes - 1u > 2u) {
+        NOTE(env, logtext::kDelayTimesNotCorrect);
+        env.Write(Setting::DelayTimes, QStringLiteral("1"));
+        info.nDelayTimes = 1;
+    }
+    LEAVE(env, logtext::kReadConfigInfo);
+}
+
+LaunchDecision DecideLaunch(ScheduleEnv& env, const CONFIG_INFO& info) {
+    LaunchDecision decision;
+    const quint32 now = env.NowSeconds();
+    decision.cycleOver = CycleOver(info, now);
+    if (!decision.cycleOver)
+        return decision;
+    NOTE(env, logtext::kTimeUsedUp);
+    decision.forced = ForcedRound(info);
+    if (decision.forced)
+        NOTE(env, logtext::kDelayTimesAtLeast3);
+    decision.autoCheck = ReadUInt(env, Setting::AutoCheckNow) != 0;
+    if (decision.autoCheck) {
+        NOTE(env, logtext::kAutoCheckNow);
+        decision.launch = true;
+    } else if (info.nDelayTime != 0) {
+        decision.launch = DelayPassed(info, now) || decision.forced;
+    } else {
+        decision.drew = true;
+        decision.span = DelaySpan(info.nDelayTimes, ReadUInt(env, Setting::TimeRandomRange));
+        const qint64 moment = DrawnDelay(now, decision.span, env.Draw());
+        env.Write(Setting::DelayTime, QString::number(moment));
+        NOTE(env, logtext::kDelayTo, LogArgument::Moment(quint32(moment)));
+        decision.launch = decision.forced;
+    }
+    return decision;
+}
+
+bool IsTimeToLaunchUpdate(ScheduleEnv& env, const CONFIG_INFO& info) {
+    return DecideLaunch(env, info).launch;
+}
+
+bool CountMissedRound(ScheduleEnv& env, CONFIG_INFO& info) {
+    if (info.nDelayTimes >= 3 || info.nDelayTime == 0)
+        return false;
+    if (env.NowSeconds() <= info.nDelayTime)
+        return false;
+    const quint32 round = info.nDelayTimes + 1;
+    env.Write(Setting::DelayTime, QStringLiteral("1"));
+    env.Write(Setting::DelayTimes, QString::number(round));
+    NOTE(env, logtext::kMissed, LogArgument::UInt(round));
+    info.nDelayTime = 1;
+    info.nDelayTimes = round;
+    return true;
+}
+
+void CheckMissed(ScheduleEnv& env) {
+    ENTER(env, logtext::kCheckMissed);
+    CONFIG_INFO info;
+    ReadConfigInfo(env, info);
+    CountMissedRound(env, info);
+    LEAVE(env, logtext::kCheckMissed);
+}
+
+Branch ChooseBranch(const CONFIG_INFO& info, bool runWithSystem) {
+    // An interrupted run is resumed even under "never", unless the agent is resident anyway.
+    if (info.bContinue)
+        return runWithSystem && info.nStrategy == 0 ? Branch::Idle : Branch::Resume;
+    if (info.nStrategy == 0)
+        return runWithSystem ? Branch::Idle : Branch::Exit;
+    return Branch::Decide;
+}
+
+CheckOutcome Act(ScheduleEnv& env, const CONFIG_INFO& info, bool runWithSystem) {
+    CheckOutcome outcome;
+    outcome.runWithSystem = runWithSystem;
+    outcome.branch = ChooseBranch(info, runWithSystem);
+    switch (outcome.branch) {
+    case Branch::Resume:
+        NOTE(env, logtext::kResume);
+        LaunchUpdater(env);
+        outcome.launched = true;
+        break;
+    case Branch::Exit:
+        NOTE(env, logtext::kNeverExit);
+        outcome.exited = true;
+        env.Exit();
+        break;
+    case Branch::Idle:
+        break;
+    case Branch::Decide:
+        outcome.decision = DecideLaunch(env, info);
+        if (outcome.decision.launch) {
+            NOTE(env, logtext::kReady, LogArgument::Text(env.UpdaterPath()));
+            LaunchUpdater(env);
+            outcome.launched = true;
+        }
+        break;
+    }
+    return outcome;
+}
+
+CheckOutcome Check(ScheduleEnv& env) {
+    const quint32 timerMinutes = ReadUInt(env, Setting::TimerMinutes);
+    const bool runWithSystem = ReadBool(env, Setting::RunWithSystem);
+    CONFIG_INFO info;
+    ReadConfigInfo(env, info);
+    CheckOutcome outcome = Act(env, info, runWithSystem);
+    outcome.timerMinutes = timerMinutes;
+    if (!outcome.exited)
+        NOTE(env, logtext::kSleep, LogArgument::UInt(timerMinutes));
+    return outcome;
+}
+
+qint64 NextChange(const CONFIG_INFO& info, quint32 now) {
+    // Not over yet: over from the second after T on (until then now - last <= cycle).
+    if (!CycleOver(info, now))
+        return qint64(now) + (CycleEnd(info) - now) + 1;
+    if (info.nDelayTime != 0 && !DelayPassed(info, now))
+        return info.nDelayTime;
+    return qint64(now) + 1;
+}
+
+// ---- Numbers ----
+
 quint32 CycleEnd(const CONFIG_INFO& info) {
     return info.nLastLaunchTime + info.nUpdateCycle * kSecondsPerDay;
-}
-
-bool CycleOver(const CONFIG_INFO& info, quint32 now) {
-    return now - info.nLastLaunchTime > info.nUpdateCycle * kSecondsPerDay;
-}
-
-bool ForcedRound(const CONFIG_INFO& info) {
-    return info.nDelayTimes > 2;
 }
 
 quint32 DelaySpan(quint32 delayTimes, quint32 rangeMinutes) {
@@ -344,56 +407,8 @@ qint64 DrawnDelay(quint32 now, quint32 span, int draw) {
     return qint64(now) + qint64(draw) * qint64(quint64(span)) / 2147483648LL + 1;
 }
 
-quint32 StoredDelay(qint64 moment) {
-    return moment > qint64(kDelayAbsent) ? 0 : quint32(moment);
-}
-
-bool DelayCanBeMissed(const CONFIG_INFO& info) {
-    return info.nDelayTimes < 3 && info.nDelayTime != 0;
-}
-
-bool MissedDelay(const CONFIG_INFO& info, quint32 now) {
-    return DelayCanBeMissed(info) && now > info.nDelayTime;
-}
-
-void CountMissedRound(CONFIG_INFO& info) {
-    info.nDelayTime = 1;
-    ++info.nDelayTimes;
-}
-
-Branch ChooseBranch(const CONFIG_INFO& info, bool runWithSystem) {
-    // An interrupted run is resumed even under "never", unless the agent is resident anyway.
-    if (info.bContinue)
-        return runWithSystem && info.nStrategy == 0 ? Branch::Idle : Branch::Resume;
-    if (info.nStrategy == 0)
-        return runWithSystem ? Branch::Idle : Branch::Exit;
-    return Branch::Decide;
-}
-
-LaunchStep DecideLaunch(const CONFIG_INFO& info, quint32 now, quint32 autoCheckNow) {
-    LaunchStep step;
-    step.cycleOver = CycleOver(info, now);
-    if (!step.cycleOver)
-        return step;
-    step.forced = ForcedRound(info);
-    step.autoCheck = autoCheckNow != 0;
-    if (step.autoCheck)
-        step.launch = true;
-    else if (info.nDelayTime != 0)
-        step.launch = now >= info.nDelayTime || step.forced;
-    else
-        step.draws = true, step.launch = step.forced;
-    return step;
-}
-
 int TimerIntervalMs(quint32 timerMinutes) {
     return static_cast<int>(timerMinutes * 60000u);
-}
-
-const char* VerdictName(Verdict verdict) {
-    static const char* const names[] = {"ends",   "never",      "held",      "resume",
-                                        "launch", "wait-cycle", "wait-delay"};
-    return names[int(verdict)];
 }
 
 qint64 FirstCheckFrom(quint32 first, int intervalMs, qint64 moment) {
@@ -408,13 +423,148 @@ qint64 FirstCheckFrom(quint32 first, int intervalMs, qint64 moment) {
     return qint64(first) + steps * intervalMs / 1000;
 }
 
+// ---- Values in memory ----
+
+QString MemoryEnv::Read(Setting setting) {
+    return texts[int(setting)];
+}
+
+void MemoryEnv::Write(Setting setting, const QString& text) {
+    texts[int(setting)] = text;
+    writes.append({setting, text});
+}
+
+QDateTime MemoryEnv::Now() {
+    ++clockReadings;
+    if (!clock_.isValid()) // set as seconds: made local only when asked for
+        clock_ = QDateTime::fromSecsSinceEpoch(qint64(seconds_));
+    return clock_;
+}
+
+quint32 MemoryEnv::NowSeconds() {
+    ++clockReadings;
+    return seconds_;
+}
+
+int MemoryEnv::Draw() {
+    ++draws;
+    return draw;
+}
+
+void MemoryEnv::Log(int line, const char* format, const LogArgument& argument) {
+    if (keepLines)
+        lines.append({line, indent_, LogMessage(format, argument)});
+}
+
+void MemoryEnv::Indent(int step) {
+    indent_ += step;
+}
+
+int MemoryEnv::Launch() {
+    ++launches;
+    return 0;
+}
+
+QString MemoryEnv::UpdaterPath() {
+    return updaterPath;
+}
+
+void MemoryEnv::Exit() {
+    exited = true;
+}
+
+void MemoryEnv::SetClock(const QDateTime& now) {
+    clock_ = now;
+    seconds_ = ToTimeT(now);
+}
+
+void MemoryEnv::SetClock(quint32 seconds) {
+    clock_ = QDateTime();
+    seconds_ = seconds;
+}
+
+// ---- What to expect ----
+
+ScheduleSettings SettingsFrom(ScheduleEnv& env) {
+    ScheduleSettings settings;
+    settings.timerMinutes = ReadUInt(env, Setting::TimerMinutes);
+    settings.runWithSystem = ReadBool(env, Setting::RunWithSystem);
+    settings.autoCheckNow = ReadUInt(env, Setting::AutoCheckNow);
+    settings.timeRandomRange = ReadUInt(env, Setting::TimeRandomRange);
+    return settings;
+}
+
+const char* VerdictName(Verdict verdict) {
+    static const char* const names[] = {"ends",   "never",      "held",      "resume",
+                                        "launch", "wait-cycle", "wait-delay"};
+    return names[int(verdict)];
+}
+
+namespace {
+// The rules' environment for a forecast: the settings as texts, no log.
+MemoryEnv ForecastEnv(const ScheduleSettings& settings, int draw) {
+    MemoryEnv env;
+    env.keepLines = false;
+    env.draw = draw;
+    env.texts[int(Setting::AutoCheckNow)] = QString::number(settings.autoCheckNow);
+    env.texts[int(Setting::TimeRandomRange)] = QString::number(settings.timeRandomRange);
+    return env;
+}
+
+// One launch decision at `at` on a copy of the record; the record then holds the "DelayTime" the
+// next check reads back.
+LaunchDecision DecideAt(MemoryEnv& env, CONFIG_INFO& record, quint32 at) {
+    env.SetClock(at);
+    const LaunchDecision decision = DecideLaunch(env, record);
+    if (decision.drew)
+        record.nDelayTime = ReadUInt(env, Setting::DelayTime);
+    return decision;
+}
+
+LaunchPath PathOf(const LaunchDecision& decision) {
+    if (decision.autoCheck)
+        return LaunchPath::Auto;
+    if (decision.forced)
+        return LaunchPath::Forced;
+    if (decision.drew)
+        return LaunchPath::Draw;
+    return decision.launch ? LaunchPath::DelayDue : LaunchPath::DelayWait;
+}
+
+// The moment of the check that launches, from the deciding check on, for checks at `first` and
+// every `intervalMs` after it; -1 when none comes within the 32-bit clock.
+qint64 LaunchMoment(const ScheduleSettings& settings, CONFIG_INFO record, quint32 first,
+                    int intervalMs, qint64 decideAt, int draw) {
+    MemoryEnv env = ForecastEnv(settings, draw);
+    for (qint64 at = decideAt; at >= 0 && at <= qint64(kDelayAbsent);) {
+        if (DecideAt(env, record, quint32(at)).launch)
+            return at;
+        at = FirstCheckFrom(first, intervalMs, qMax(NextChange(record, quint32(at)), at + 1));
+    }
+    return -1;
+}
+
+// True when the decision, once the cycle is over, waits for an absent "DelayTime": the end of the
+// 32-bit clock, which never comes.
+bool HeldByAbsentDelay(const ScheduleSettings& settings, const CONFIG_INFO& record, quint32 at) {
+    const qint64 over = CycleOver(record, at) ? qint64(at) : NextChange(record, at);
+    if (over > qint64(kDelayAbsent) || record.nDelayTime != kDelayAbsent)
+        return false;
+    MemoryEnv env = ForecastEnv(settings, 0);
+    CONFIG_INFO copy = record;
+    return PathOf(DecideAt(env, copy, quint32(over))) == LaunchPath::DelayWait;
+}
+} // namespace
+
 Forecast Foresee(const CONFIG_INFO& record, const ScheduleSettings& settings, quint32 at,
                  bool startsNow) {
     Forecast f;
     f.record = record;
-    f.missed = startsNow && MissedDelay(record, at);
-    if (f.missed)
-        CountMissedRound(f.record);
+    if (startsNow) {
+        MemoryEnv env = ForecastEnv(settings, 0);
+        env.SetClock(at);
+        f.missed = CountMissedRound(env, f.record);
+    }
     const CONFIG_INFO& r = f.record;
     f.cycleEnd = CycleEnd(r);
     switch (ChooseBranch(r, settings.runWithSystem)) {
@@ -431,182 +581,28 @@ Forecast Foresee(const CONFIG_INFO& record, const ScheduleSettings& settings, qu
     case Branch::Decide:
         break;
     }
-    const int interval = TimerIntervalMs(settings.timerMinutes);
-    const bool over = CycleOver(r, at);
-    // Not over yet: the cycle is over from T + 1 on (until then now - last <= cycle).
-    const qint64 decideAt =
-        over ? qint64(at) : FirstCheckFrom(at, interval, qint64(at) + (f.cycleEnd - at) + 1);
-    if (settings.autoCheckNow == 0 && !ForcedRound(r) && r.nDelayTime == kDelayAbsent) {
+    if (HeldByAbsentDelay(settings, r, at)) {
         f.verdict = Verdict::Held;
         return f;
     }
-    if (decideAt >= 0 && decideAt <= qint64(kDelayAbsent))
-        ForeseeOverCycle(f, settings, at, interval, decideAt);
+    const int interval = TimerIntervalMs(settings.timerMinutes);
+    const bool over = CycleOver(r, at);
+    const qint64 decideAt = over ? qint64(at) : FirstCheckFrom(at, interval, NextChange(r, at));
+    if (decideAt >= 0 && decideAt <= qint64(kDelayAbsent)) {
+        f.decideAt = decideAt;
+        MemoryEnv env = ForecastEnv(settings, 0);
+        CONFIG_INFO copy = r;
+        const LaunchDecision decision = DecideAt(env, copy, quint32(decideAt));
+        f.path = PathOf(decision);
+        f.span = decision.span;
+        f.earliest = LaunchMoment(settings, r, at, interval, decideAt, 0);
+        f.latest = LaunchMoment(settings, r, at, interval, decideAt, 2147483647);
+    }
     if (!over)
         f.verdict = Verdict::WaitCycle;
     else
         f.verdict = f.earliest == at ? Verdict::Launch : Verdict::WaitDelay;
-    if (f.earliest > qint64(kDelayAbsent) || f.latest > qint64(kDelayAbsent) || f.latest < 0)
+    if (f.earliest < 0 || f.latest < 0)
         f.earliest = f.latest = -1;
     return f;
-}
-
-SettingPlace PlaceOf(Need need) {
-    switch (need) {
-    case Need::TimerMinutes:
-        return {false, "UpdateSetting", "TimerMinutes"};
-    case Need::RunWithSystem:
-        return {false, "UpdateSetting", "RunWithSystem"};
-    case Need::ConfigCycleDefault:
-        return {false, "UpdateSetting", "ConfigCycleDefault"};
-    case Need::AutoCheckNow:
-        return {false, "UpdateSetting", "AutoCheckNow"};
-    case Need::TimeRandomRange:
-        return {false, "UpdateSetting", "TimeRandomRange"};
-    case Need::Strategy:
-        return {true, "UpdateStrategy", "Strategy"};
-    case Need::LastLaunchTime:
-        return {true, "UpdateRecord", "LastLaunchTime"};
-    case Need::LastStatus:
-        return {true, "UpdateInfo", "LastStatus"};
-    case Need::DelayTime:
-        return {true, "DelayInfo", "DelayTime"};
-    case Need::DelayTimes:
-        return {true, "DelayInfo", "DelayTimes"};
-    default: // UpdateCycle, UpdateCycleAgain
-        return {true, "UpdateStrategy", "UpdateCycle"};
-    }
-}
-
-void Known::Set(Need need, const QString& value) {
-    text[int(need)] = value;
-    has |= 1u << int(need);
-}
-
-void Known::AddClock(const QDateTime& now) {
-    if (clocks < int(sizeof clock / sizeof clock[0]))
-        clock[clocks++] = now;
-}
-
-void Known::Pin(const QDateTime& now) {
-    clock[0] = now;
-    clocks = 1;
-    pinned = true;
-}
-
-void Known::SetDraw(int value) {
-    draw = value;
-    has |= 1u << int(Need::Draw);
-}
-
-ScheduleSettings SettingsFrom(const Known& known) {
-    const auto value = [&known](Need need) { return ValueOf(need, known.text[int(need)]); };
-    ScheduleSettings settings;
-    settings.timerMinutes = value(Need::TimerMinutes).toUInt();
-    settings.runWithSystem = value(Need::RunWithSystem).toBool();
-    settings.autoCheckNow = value(Need::AutoCheckNow).toUInt();
-    settings.timeRandomRange = value(Need::TimeRandomRange).toUInt();
-    return settings;
-}
-
-// Each format stands on a line of its own below: that line is the position logged with it.
-constexpr int kFirstFormatLine = __LINE__ + 3;
-const char* NoteFormat(Note note) {
-    static const char* const formats[] = {
-        "%s: Enter",
-        "%s: Leave",
-        "Strategy not correct(Strategy=%s)",
-        "UpdateCycle(%d) not correct",
-        "DelayTimes not correct",
-        "Time is used up, ravel will check if delay time is ok",
-        "DelayTimes >= 3",
-        "AutoCheckNow = 1",
-        "Delay to Time (%s)",
-        "Missed UpdateTime, DelayTimes=%u",
-        "LastTime DownLoad broken, Continue now!",
-        "Strategy was set to never, duplicate ravel will exit now!",
-        "Time is Ready, Try to Launch(%s)",
-        "Sleep %u Minutes",
-    };
-    return formats[int(note)];
-}
-
-int NoteLine(Note note) {
-    return kFirstFormatLine + int(note);
-}
-
-Argument ArgumentOf(Note note) {
-    switch (note) {
-    case Note::Enter:
-    case Note::Leave:
-    case Note::StrategyNotCorrect:
-    case Note::DelayTo:
-        return Argument::Text;
-    case Note::UpdateCycleNotCorrect:
-        return Argument::Int;
-    case Note::Missed:
-    case Note::Sleep:
-        return Argument::UInt;
-    case Note::Ready:
-        return Argument::UpdaterPath;
-    default:
-        return Argument::None;
-    }
-}
-
-QString ArgumentText(const Effect& effect) {
-    if (effect.note == Note::Enter || effect.note == Note::Leave)
-        return QString::fromLatin1(effect.name);
-    if (effect.note == Note::DelayTo)
-        return QDateTime::fromSecsSinceEpoch(qint64(quint32(effect.number)))
-            .toString(QLatin1String(kDateFormat));
-    return effect.text;
-}
-
-QString NoteText(const Effect& effect, const QString& updaterPath) {
-    // Every format has at most one conversion, of two characters.
-    QString text = QString::fromLatin1(NoteFormat(effect.note));
-    const int at = text.indexOf(QLatin1Char('%'));
-    switch (ArgumentOf(effect.note)) {
-    case Argument::Text:
-        return text.replace(at, 2, ArgumentText(effect));
-    case Argument::Int:
-        return text.replace(at, 2, QString::number(int(effect.number)));
-    case Argument::UInt:
-        return text.replace(at, 2, QString::number(quint32(effect.number)));
-    case Argument::UpdaterPath:
-        return text.replace(at, 2, updaterPath);
-    case Argument::None:
-        break;
-    }
-    return text;
-}
-
-QString WrittenText(const Effect& effect) {
-    return effect.text.isNull() ? QString::number(effect.number) : effect.text;
-}
-
-Outcome ReadScheduleRule(const Known& known) {
-    Outcome outcome;
-    Run(known, outcome).ReadSchedule(outcome.info);
-    return outcome;
-}
-
-Outcome LaunchRule(const CONFIG_INFO& info, const Known& known) {
-    Outcome outcome;
-    outcome.info = info;
-    Run(known, outcome).Launch(info, outcome.launch);
-    return outcome;
-}
-
-Outcome MissedRule(const Known& known) {
-    Outcome outcome;
-    Run(known, outcome).Missed();
-    return outcome;
-}
-
-Outcome CheckRule(const Known& known) {
-    Outcome outcome;
-    Run(known, outcome).Check();
-    return outcome;
 }

@@ -1,94 +1,77 @@
-// The schedule's rules run against the real settings files, clock and generator: each value is
-// read when the rule asks for it, and each log line, write and launch is carried out as it
-// comes, so the files see the same reads and writes in the same order as ever.
+// The schedule's rules (Decision.h) run against the real settings files, clock, generator and log:
+// each value is read when the rule reaches it, and each line, write and launch is carried out as
+// the rule makes it.
 #include "ravel.h"
 
 #include "Clock.h"
 #include "CommonFunctions.h"
 #include "EasyLog.h"
 #include "FileLayout.h"
-#include "LogTexts.h"
 
 #include <QVariant>
 #include <cstdlib>
 
 namespace {
-QString SettingsFile(const SettingPlace& place) {
-    return place.inUserInfo ? g_qstrUserInfoIniPath : g_qstrTidewaterIniPath;
-}
-
-void Supply(Need need, Known& known) {
-    if (need == Need::Clock)
-        return known.AddClock(CurrentDateTime());
-    if (need == Need::Draw)
-        return known.SetDraw(std::rand());
-    const SettingPlace place = PlaceOf(need);
-    known.Set(need, GetConfigure(place.section, place.key, QVariant(QString()), SettingsFile(place))
-                        .toString());
-}
-
-// Each message is logged with a line of its own, that of its format in the rules' source.
-void Log(const Effect& effect) {
-    const char* format = NoteFormat(effect.note);
-    const int line = NoteLine(effect.note);
-    if (effect.note == Note::Leave)
-        --g_EazyLog.m_nIndent;
-    switch (ArgumentOf(effect.note)) {
-    case Argument::None:
-        EASYLOG_AT(RAVEL_LOG_SOURCE, line, "%s", format); // no conversion in these formats
-        break;
-    case Argument::Text:
-        EASYLOG_AT(RAVEL_LOG_SOURCE, line, format, ArgumentText(effect).toUtf8().constData());
-        break;
-    case Argument::Int:
-        EASYLOG_AT(RAVEL_LOG_SOURCE, line, format, int(effect.number));
-        break;
-    case Argument::UInt:
-        EASYLOG_AT(RAVEL_LOG_SOURCE, line, format, unsigned(effect.number));
-        break;
-    case Argument::UpdaterPath:
-        EASYLOG_AT(RAVEL_LOG_SOURCE, line, format, g_qstrTidewaterExePath.toUtf8().constData());
-        break;
+class AgentEnv final : public ScheduleEnv {
+public:
+    QString Read(Setting setting) override {
+        const SettingPlace place = PlaceOf(setting);
+        return GetConfigure(QLatin1String(place.section), QLatin1String(place.key),
+                            QVariant(QString()), FileOf(place))
+            .toString();
     }
-    if (effect.note == Note::Enter)
-        ++g_EazyLog.m_nIndent;
-}
-
-void LaunchUpdater() {
-    if (ExecuteFile(g_qstrTidewaterExePath, "auto", false) == -1)
-        RAVEL_LOG(logtext::kLaunchFailed, g_qstrTidewaterExePath.toUtf8().constData());
-}
-
-void Carry(const Effect& effect) {
-    switch (effect.kind) {
-    case Effect::Kind::Log:
-        return Log(effect);
-    case Effect::Kind::Write: {
-        const SettingPlace place = PlaceOf(effect.key);
-        return WriteConfigure(place.section, place.key, QVariant(WrittenText(effect)),
-                              SettingsFile(place));
+    void Write(Setting setting, const QString& text) override {
+        const SettingPlace place = PlaceOf(setting);
+        WriteConfigure(QLatin1String(place.section), QLatin1String(place.key), QVariant(text),
+                       FileOf(place));
     }
-    case Effect::Kind::Launch:
-        return LaunchUpdater();
-    case Effect::Kind::Exit:
-        std::exit(0);
+    QDateTime Now() override { return CurrentDateTime(); }
+    int Draw() override { return std::rand(); }
+    void Log(int line, const char* format, const LogArgument& argument) override {
+        switch (argument.kind) {
+        case LogArgument::Kind::None:
+            EASYLOG_AT(RAVEL_LOG_SOURCE, line, "%s", format); // no conversion in these formats
+            break;
+        case LogArgument::Kind::Text:
+        case LogArgument::Kind::Moment:
+            EASYLOG_AT(RAVEL_LOG_SOURCE, line, format, argument.Written().toUtf8().constData());
+            break;
+        case LogArgument::Kind::Int:
+            EASYLOG_AT(RAVEL_LOG_SOURCE, line, format, int(argument.number));
+            break;
+        case LogArgument::Kind::UInt:
+            EASYLOG_AT(RAVEL_LOG_SOURCE, line, format, unsigned(argument.number));
+            break;
+        }
     }
-}
+    void Indent(int step) override { g_EazyLog.m_nIndent += step; }
+    int Launch() override { return ExecuteFile(g_qstrTidewaterExePath, "auto", false); }
+    QString UpdaterPath() override { return g_qstrTidewaterExePath; }
+    void Exit() override { std::exit(0); }
+
+private:
+    static const QString& FileOf(const SettingPlace& place) {
+        return place.inUserInfo ? g_qstrUserInfoIniPath : g_qstrTidewaterIniPath;
+    }
+};
 } // namespace
 
-Outcome CarryOut(const std::function<Outcome(const Known&)>& rule) {
-    Known known;
-    return RunRule(rule, known, Supply, Carry);
-}
-
 void ReadConfigInfo(CONFIG_INFO& info) {
-    info = CarryOut(ReadScheduleRule).info;
+    AgentEnv env;
+    ReadConfigInfo(env, info);
 }
 
 bool IsTimeToLaunchUpdate(const CONFIG_INFO& info) {
-    return CarryOut([&info](const Known& known) { return LaunchRule(info, known); }).launch;
+    AgentEnv env;
+    return IsTimeToLaunchUpdate(env, info);
 }
 
 void CheckMissed() {
-    CarryOut(MissedRule);
+    AgentEnv env;
+    CheckMissed(env);
+}
+
+void RunCheck() {
+    AgentEnv env;
+    Check(env);
 }

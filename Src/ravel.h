@@ -5,7 +5,6 @@
 
 #include <QString>
 #include <QtGlobal>
-#include <functional>
 #include <string>
 
 // Sets g_qstrTidewaterIniPath, g_qstrUpdateInfoDatPath and (unless `bDup`) g_qstrTidewaterExePath
@@ -15,10 +14,9 @@
 // UpdateInfo.dat; 0 when all exist.
 int InitFilePath(const QString& path, bool bDup);
 
-// Schedule and launch decision: the rules of Decision.h run on the real files, clock and
-// generator. CarryOut runs any rule so: it reads each value when asked, and logs, writes to
-// UserInfo.dat, starts the updater or ends the process (status 0) as the rule says.
-Outcome CarryOut(const std::function<Outcome(const Known&)>& rule);
+// Schedule and launch decision: the rules of Decision.h run on the real files, clock, generator
+// and log: each reads its values when it reaches them, and logs, writes to UserInfo.dat, starts
+// the updater or ends the process (status 0) as it goes.
 // Fills `info` from UserInfo.dat (g_qstrUserInfoIniPath) and writes repaired values back: a
 // strategy other than "cycle"/"never" becomes "cycle"; an UpdateCycle of 0 takes the stored text
 // again with "ConfigCycleDefault" of Tidewater.dat (else 1) as default; a status neither
@@ -34,6 +32,9 @@ bool IsTimeToLaunchUpdate(const CONFIG_INFO& info);
 // round. Writes "DelayInfo"/"DelayTime" = 1 and DelayTimes + 1 to UserInfo.dat; no change in
 // round 3.
 void CheckMissed();
+// One check (CheckingLoop::check): TimerMinutes and RunWithSystem, the schedule, then resume, end
+// under "never" without RunWithSystem, or decide and launch; then "Sleep N Minutes".
+void RunCheck();
 
 // Deployment into the duplicate folder.
 // Refreshes the duplicate folder `dst` from the installed folder `src` (both ending with "/"):

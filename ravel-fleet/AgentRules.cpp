@@ -16,44 +16,64 @@ CONFIG_INFO ToInfo(const FleetModel& model, const DesktopRecord& record) {
     return info;
 }
 
+// The agent's rules on one desktop: the fleet's settings, the simulated clock and the desktop's
+// draws. What the rules write to "DelayInfo" lands in the record as the store reads it back.
+class DesktopEnv final : public ScheduleEnv {
+public:
+    DesktopEnv(const FleetModel& model, DesktopRecord& record, uint32_t now, RunDraws* draws)
+        : model_(model), record_(record), now_(now), draws_(draws) {}
+
+    QString Read(Setting setting) override {
+        if (setting == Setting::AutoCheckNow)
+            return QString::number(model_.autoCheckNow);
+        if (setting == Setting::TimeRandomRange)
+            return QString::number(model_.rangeMinutes);
+        return QString();
+    }
+    void Write(Setting setting, const QString& text) override {
+        const quint32 value = SettingValue(setting, text).toUInt();
+        if (setting == Setting::DelayTime)
+            record_.delayTime = value;
+        else if (setting == Setting::DelayTimes)
+            record_.delayTimes = value;
+    }
+    QDateTime Now() override { return QDateTime::fromSecsSinceEpoch(now_, Qt::UTC); }
+    quint32 NowSeconds() override { return now_; }
+    int Draw() override { return draws_ ? draws_->Next() : 0; }
+    void Log(int, const char*, const LogArgument&) override {}
+    void Indent(int) override {}
+    int Launch() override { return 0; }
+    QString UpdaterPath() override { return QString(); }
+    void Exit() override {}
+
+private:
+    const FleetModel& model_;
+    DesktopRecord& record_;
+    const uint32_t now_;
+    RunDraws* draws_;
+};
+
 } // namespace
 
 void StartAgent(const FleetModel& model, DesktopRecord& record, uint32_t now) {
     CONFIG_INFO info = ToInfo(model, record);
-    if (!MissedDelay(info, now))
-        return;
-    CountMissedRound(info);
-    record.delayTime = info.nDelayTime;
-    record.delayTimes = info.nDelayTimes;
+    DesktopEnv env(model, record, now, nullptr);
+    CountMissedRound(env, info);
 }
 
 CheckAction CheckOnce(const FleetModel& model, DesktopRecord& record, uint32_t now,
                       RunDraws& draws) {
-    const CONFIG_INFO info = ToInfo(model, record);
+    DesktopEnv env(model, record, now, &draws);
     // Strategy "cycle" with RunWithSystem: the agent neither idles nor ends.
-    const Branch branch = ChooseBranch(info, true);
-    if (branch == Branch::Resume)
-        return CheckAction::Resume;
-    if (branch != Branch::Decide)
+    const CheckOutcome outcome = Act(env, ToInfo(model, record), true);
+    if (!outcome.launched)
         return CheckAction::None;
-    const LaunchStep step = DecideLaunch(info, now, model.autoCheckNow);
-    if (step.draws) {
-        const qint64 moment =
-            DrawnDelay(now, DelaySpan(info.nDelayTimes, model.rangeMinutes), draws.Next());
-        record.delayTime = StoredDelay(moment); // as the next reading of "DelayTime" finds it
-    }
-    return step.launch ? CheckAction::Launch : CheckAction::None;
+    return outcome.branch == Branch::Resume ? CheckAction::Resume : CheckAction::Launch;
 }
 
-uint32_t NextActionMoment(const FleetModel& model, const DesktopRecord& record, uint32_t now) {
+uint64_t NextActionMoment(const FleetModel& model, const DesktopRecord& record, uint32_t now) {
     const CONFIG_INFO info = ToInfo(model, record);
     if (ChooseBranch(info, true) != Branch::Decide)
-        return now + 1;
-    if (!CycleOver(info, now))
-        return CycleEnd(info) + 1; // the end itself is not yet over
-    const LaunchStep step = DecideLaunch(info, now, model.autoCheckNow);
-    // A drawn delay still ahead: checks before it neither launch nor draw.
-    if (!step.launch && !step.draws && info.nDelayTime > now)
-        return info.nDelayTime;
-    return now + 1;
+        return uint64_t(now) + 1;
+    return uint64_t(NextChange(info, now));
 }

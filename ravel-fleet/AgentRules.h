@@ -39,5 +39,5 @@ CheckAction CheckOnce(const FleetModel& model, DesktopRecord& record, uint32_t n
                       RunDraws& draws);
 
 // The earliest moment after `now` at which a check could start the updater or draw a delay;
-// checks before it do nothing and change nothing. At least now + 1.
-uint32_t NextActionMoment(const FleetModel& model, const DesktopRecord& record, uint32_t now);
+// checks before it do nothing and change nothing. At least now + 1; may pass the 32-bit clock.
+uint64_t NextActionMoment(const FleetModel& model, const DesktopRecord& record, uint32_t now);

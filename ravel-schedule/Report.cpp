@@ -3,6 +3,7 @@
 #include "Clock.h"
 #include "CommonFunctions.h"
 #include "FileLayout.h"
+#include "LogTexts.h"
 #include "MarkupSTL.h"
 
 #include <QDir>
@@ -15,7 +16,6 @@
 #include <unistd.h>
 
 namespace {
-const char kDateFormat[] = "yyyy-MM-dd hh:mm:ss";
 constexpr qint64 kLogTail = 256 * 1024; // enough for the last check
 
 QString WithSlash(QString path) {
@@ -94,6 +94,46 @@ QStringList LastCheckLines(const QString& path, bool& found) {
     return check;
 }
 
+// The argument (the installed folder) of a process running the agent's executable in
+// `duplicate`; empty when none runs.
+QString RunningFrom(const QString& duplicate) {
+    const QString exe =
+        QFileInfo(duplicate + QLatin1String(RAVEL_EXE_FILE_NAME) + QLatin1String(MAC_APP_PATH))
+            .canonicalFilePath();
+    for (const QString& pid : QDir(QStringLiteral("/proc")).entryList(QDir::Dirs)) {
+        const std::vector<std::string> args =
+            pid.toLongLong() > 0 ? CommandLine(pid) : std::vector<std::string>();
+        if (args.size() > 1 &&
+            QFileInfo(QString::fromLocal8Bit(args[0].c_str())).canonicalFilePath() == exe)
+            return QString::fromLocal8Bit(args[1].c_str());
+    }
+    return QString();
+}
+
+// The folder named by the last deployment line of a data folder's log; empty when none.
+QString LoggedDeployment(const QString& log) {
+    QFile file(log);
+    if (!file.open(QIODevice::ReadOnly))
+        return QString();
+    const QByteArray mark = QByteArray(logtext::kDeployFrom).split('%').first();
+    const QByteArray text = file.readAll();
+    const qsizetype at = text.lastIndexOf(mark);
+    if (at < 0)
+        return QString();
+    const qsizetype from = at + mark.size();
+    const qsizetype end = text.indexOf(logtext::kLineEnd, from);
+    return QString::fromLocal8Bit(text.mid(from, end < 0 ? -1 : end - from));
+}
+
+// Where a duplicate folder was deployed from: its running duplicate's argument, else its log.
+QString DeployedFrom(const QString& duplicate) {
+    const QString running = RunningFrom(duplicate);
+    return running.isEmpty()
+               ? LoggedDeployment(duplicate + QLatin1String("../") + QLatin1String(LOG_FOLDER) +
+                                  QLatin1String(LOG_FILE_NAME))
+               : running;
+}
+
 // A running agent checks every TimerMinutes from its last logged check on.
 quint32 NextCheck(const Inspection& in) {
     const quint32 at = ToTimeT(in.at);
@@ -161,18 +201,15 @@ QStringList Warnings(const Inspection& in) {
     return warnings;
 }
 
-QList<Inspection::Repair> Repairs(const Known& known, const Outcome& read) {
+// The values the next check's reading would write back, each with the text it replaces.
+QList<Inspection::Repair> Repairs(const QString (&found)[kSettingCount], const MemoryEnv& read) {
     QList<Inspection::Repair> repairs;
-    for (int i = 0; i < read.effectCount; ++i) {
-        const Effect& effect = read.effects[i];
-        if (effect.kind != Effect::Kind::Write)
-            continue;
-        const SettingPlace place = PlaceOf(effect.key);
-        const QString& from = known.text[int(effect.key)];
-        const QString to = WrittenText(effect);
-        if (from != to)
+    for (const MemoryEnv::Written& write : read.writes) {
+        const SettingPlace place = PlaceOf(write.setting);
+        const QString& from = found[int(write.setting)];
+        if (from != write.text)
             repairs.append({QString::fromLatin1(place.section), QString::fromLatin1(place.key),
-                            from.isEmpty() ? QString() : from, to});
+                            from.isEmpty() ? QString() : from, write.text});
     }
     return repairs;
 }
@@ -210,7 +247,7 @@ QString PathText(const Forecast& f, const ScheduleSettings& s, bool over) {
 
 QString Reason(const Inspection& in) {
     const Forecast& f = in.forecast;
-    const QString status = in.known.text[int(Need::LastStatus)];
+    const QString status = in.texts[int(Setting::LastStatus)];
     const QString end = Moment(f.cycleEnd);
     switch (f.verdict) {
     case Verdict::Ends:
@@ -266,6 +303,18 @@ bool FindAgentFiles(const QString& folder, AgentFiles& files, QString& problem) 
                       .arg(folder);
         return false;
     }
+    if (IsDuplicateFolder(installed)) {
+        const QString from = DeployedFrom(installed);
+        problem =
+            QStringLiteral("%1 is a duplicate folder, the agent's resident copy, not an "
+                           "installed folder: ")
+                .arg(folder) +
+            (from.isEmpty()
+                 ? QStringLiteral("no running duplicate and no deployment line "
+                                  "in its log tell where it was deployed from")
+                 : QStringLiteral("it was deployed from %1; run ravel-schedule %1").arg(from));
+        return false;
+    }
     const AgentPlaces places = LocateAgentPlaces(installed);
     files.installed = places.installed;
     files.settings = places.settings;
@@ -306,18 +355,19 @@ Inspection Inspect(const AgentFiles& files, const QDateTime& at, const AgentProc
     in.files = files;
     in.at = at;
     in.agent = agent;
-    for (int need = int(Need::TimerMinutes); need <= int(Need::UpdateCycleAgain); ++need) {
-        const SettingPlace place = PlaceOf(Need(need));
+    MemoryEnv env;
+    for (int setting = 0; setting < kSettingCount; ++setting) {
+        const SettingPlace place = PlaceOf(Setting(setting));
         const QString& file = place.inUserInfo ? files.userInfo : files.settings;
-        in.known.Set(Need(need), GetConfigure(QLatin1String(place.section),
-                                              QLatin1String(place.key), QVariant(QString()), file)
-                                     .toString());
+        in.texts[setting] = GetConfigure(QLatin1String(place.section), QLatin1String(place.key),
+                                         QVariant(QString()), file)
+                                .toString();
+        env.texts[setting] = in.texts[setting];
     }
-    in.known.Pin(at);
-    const Outcome read = ReadScheduleRule(in.known);
-    in.record = read.info;
-    in.settings = SettingsFrom(in.known);
-    in.repairs = Repairs(in.known, read);
+    env.SetClock(at);
+    ReadConfigInfo(env, in.record);
+    in.settings = SettingsFrom(env);
+    in.repairs = Repairs(in.texts, env);
     in.lastCheck = LastCheckLines(files.log, in.logFound);
     in.checkAt = NextCheck(in);
     in.forecast = Foresee(in.record, in.settings, in.checkAt, agent.pid == 0);
@@ -344,7 +394,7 @@ QString RenderText(const Inspection& in) {
     row("cycle", QStringLiteral("%1 day(s)").arg(r.nUpdateCycle));
     row("last launch", Moment(r.nLastLaunchTime));
     row("status", r.bContinue
-                      ? QStringLiteral("interrupted (%1)").arg(in.known.text[int(Need::LastStatus)])
+                      ? QStringLiteral("interrupted (%1)").arg(in.texts[int(Setting::LastStatus)])
                       : QStringLiteral("ready"));
     row("delay round", QString::number(r.nDelayTimes));
     row("drawn delay", DelayText(r.nDelayTime));
@@ -421,7 +471,7 @@ QJsonObject RenderJson(const Inspection& in) {
         {"strategy", r.nStrategy ? "cycle" : "never"},
         {"cycle_days", qint64(r.nUpdateCycle)},
         {"last_launch", Moment(r.nLastLaunchTime)},
-        {"status", r.bContinue ? in.known.text[int(Need::LastStatus)] : QStringLiteral("ready")},
+        {"status", r.bContinue ? in.texts[int(Setting::LastStatus)] : QStringLiteral("ready")},
         {"interrupted", bool(r.bContinue)},
         {"delay_round", qint64(r.nDelayTimes)},
         {"delay_time", qint64(r.nDelayTime)},

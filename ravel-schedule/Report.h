@@ -36,10 +36,10 @@ AgentProcess FindAgentProcess(const QString& installed);
 struct Inspection {
     AgentFiles files;
     QDateTime at;
-    quint32 checkAt = 0;  // the check the verdict is for: `at`, or for a running agent the
-                          // first of its checks (by the log) at or after `at`
-    Known known;          // the settings texts as found
-    CONFIG_INFO record{}; // as the agent reads it, after its repairs
+    quint32 checkAt = 0;          // the check the verdict is for: `at`, or for a running agent the
+                                  // first of its checks (by the log) at or after `at`
+    QString texts[kSettingCount]; // the settings texts as found
+    CONFIG_INFO record{};         // as the agent reads it, after its repairs
     ScheduleSettings settings;
     Forecast forecast;
     AgentProcess agent;

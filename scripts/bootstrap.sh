@@ -10,6 +10,7 @@ packages=(
     libssl-dev       # test oracle for MD5 and triple DES
     libxml2-utils    # xmllint, an independent reader of the settings files in tests
     procps           # ps, used by the agent's process-table test
+    tzdata           # time zones with daylight saving, for the date tests
     iproute2         # ip: loopback up in the tests' private network namespaces
     python3 desktop-file-utils  # plistlib and desktop-file-validate read the login entries in tests
     clang-format     # the formatting check in scripts/test.sh

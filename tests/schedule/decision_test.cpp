@@ -9,42 +9,55 @@ namespace {
 const QDateTime kAt(QDate(2024, 3, 5), QTime(14, 2, 0));
 const quint32 at = quint32(kAt.toSecsSinceEpoch()), kDay = 86400;
 
-// Runs a rule over these texts (absent keys read as empty), clock readings of kAt and a
-// draw of 1804289383; returns the needs in the order asked, then what was written.
-std::string Trace(Outcome (*rule)(const Known&), const std::map<Need, QString>& texts) {
-    Known known;
-    std::string asked, written;
-    const Outcome outcome = RunRule(
-        rule, known,
-        [&](Need need, Known& k) {
-            asked += need == Need::Clock  ? "clock "
-                     : need == Need::Draw ? "draw "
-                                          : std::string(PlaceOf(need).key) + " ";
-            if (need == Need::Clock)
-                k.AddClock(kAt);
-            else if (need == Need::Draw)
-                k.SetDraw(1804289383);
-            else
-                k.Set(need, texts.count(need) ? texts.at(need) : QString());
-        },
-        [&](const Effect& e) {
-            if (e.kind == Effect::Kind::Write)
-                written +=
-                    std::string(PlaceOf(e.key).key) + "=" + WrittenText(e).toStdString() + " ";
-            else if (e.kind == Effect::Kind::Launch)
-                written += "launch ";
-        });
-    return asked + "| " + written + (outcome.exits ? "exit" : "");
+// The rules over these texts (absent keys read as empty), clock readings of kAt and a draw of
+// 1804289383, recording the values asked for in order and the writes and launches.
+class TraceEnv : public MemoryEnv {
+public:
+    explicit TraceEnv(const std::map<Setting, QString>& given) {
+        for (const auto& [setting, text] : given)
+            texts[int(setting)] = text;
+        SetClock(kAt);
+        draw = 1804289383;
+    }
+    QString Read(Setting setting) override {
+        asked += std::string(PlaceOf(setting).key) + " ";
+        return MemoryEnv::Read(setting);
+    }
+    void Write(Setting setting, const QString& text) override {
+        done += std::string(PlaceOf(setting).key) + "=" + text.toStdString() + " ";
+        MemoryEnv::Write(setting, text);
+    }
+    QDateTime Now() override { return asked += "clock ", MemoryEnv::Now(); }
+    quint32 NowSeconds() override { return asked += "clock ", MemoryEnv::NowSeconds(); }
+    int Draw() override { return asked += "draw ", MemoryEnv::Draw(); }
+    int Launch() override { return done += "launch ", MemoryEnv::Launch(); }
+    // The needs in the order asked, then what was done.
+    std::string Trace() const { return asked + "| " + done + (exited ? "exit" : ""); }
+
+private:
+    std::string asked, done;
+};
+
+std::string TraceCheck(const std::map<Setting, QString>& texts) {
+    TraceEnv env(texts);
+    Check(env);
+    return env.Trace();
+}
+
+std::string TraceMissed(const std::map<Setting, QString>& texts) {
+    TraceEnv env(texts);
+    CheckMissed(env);
+    return env.Trace();
 }
 } // namespace
 
 TEST(DecisionCore, RunsAskForEachValueOnlyWhenTheyReachIt) {
-    using N = Need;
+    using N = Setting;
     const std::string read = "Strategy LastLaunchTime LastStatus DelayTime UpdateCycle DelayTimes ",
                       check = "TimerMinutes RunWithSystem " + read;
     const QString ready = "ready", due = "2024-03-04 14:01:59", fresh = "2024-03-05 14:00:00";
     // Texts; the values asked for, then the writes, in order.
-    const std::pair<std::map<Need, QString>, std::string> checks[] = {
+    const std::pair<std::map<Setting, QString>, std::string> checks[] = {
         // Empty files: every repair, the clock for the new last launch, then the decision's
         // own reading; a cycle that starts now is not over.
         {{},
@@ -96,9 +109,9 @@ TEST(DecisionCore, RunsAskForEachValueOnlyWhenTheyReachIt) {
          check + "| launch "},
     };
     for (const auto& [texts, expected] : checks)
-        EXPECT_EQ(Trace(CheckRule, texts), expected);
+        EXPECT_EQ(TraceCheck(texts), expected);
     // The missed-delay rule reads the clock only for a round 1 or 2 with a delay set.
-    const std::pair<std::map<Need, QString>, std::string> missed[] = {
+    const std::pair<std::map<Setting, QString>, std::string> missed[] = {
         {{{N::UpdateCycle, "1"},
           {N::DelayTimes, "2"},
           {N::LastStatus, ready},
@@ -119,7 +132,7 @@ TEST(DecisionCore, RunsAskForEachValueOnlyWhenTheyReachIt) {
          read + "clock | "},
     };
     for (const auto& [texts, expected] : missed)
-        EXPECT_EQ(Trace(MissedRule, texts), expected);
+        EXPECT_EQ(TraceMissed(texts), expected);
 }
 
 TEST(DecisionCore, ForecastForEachVerdict) {
@@ -268,20 +281,15 @@ TEST(DecisionCore, LastLaunchTextsReadAsQtParsesThem) {
                              "2024-03-04 1a:00:00",
                              QString::fromUtf8("٢٠٢٤-03-04 14:00:00")};
     for (const QString& text : texts) {
-        Known known;
-        const Outcome outcome = RunRule(
-            ReadScheduleRule, known,
-            [&](Need need, Known& k) {
-                if (need == Need::Clock)
-                    k.AddClock(kAt);
-                else
-                    k.Set(need, need == Need::LastLaunchTime ? text : QString());
-            },
-            [](const Effect&) {});
+        MemoryEnv env;
+        env.SetClock(kAt);
+        env.texts[int(Setting::LastLaunchTime)] = text;
+        CONFIG_INFO info;
+        ReadConfigInfo(env, info);
         const QDateTime parsed = QDateTime::fromString(text, "yyyy-MM-dd hh:mm:ss");
         const qint64 seconds = parsed.isValid() ? parsed.toSecsSinceEpoch() : -1;
         const quint32 expected = seconds >= 0 && seconds < 4294967295LL ? quint32(seconds) : at;
-        EXPECT_EQ(outcome.info.nLastLaunchTime, expected)
+        EXPECT_EQ(info.nLastLaunchTime, expected)
             << "LastLaunchTime \"" << text.toStdString() << "\"";
     }
 }

@@ -3,6 +3,7 @@
 #include "CommonFunctions.h"
 #include "EasyLog.h"
 #include "FileLayout.h"
+#include "ZoneScope.h"
 #include "ravel.h"
 
 #include <QDir>
@@ -475,4 +476,61 @@ TEST(LaunchDecision, CycleBoundaryAutoCheckNowAndDrawnDelay) {
                    .replace(kStamp, "[" + Moment(at) + "]");
     }
     EXPECT_EQ(box.Body(), log);
+}
+
+// A check in the hour that repeats when clocks go back, after a launch in its first occurrence:
+// the last launch lies 50 minutes back, not 10 minutes ahead, so the cycle is not over, nothing is
+// launched, and the check ends with its "Sleep" line, however the C library last guessed.
+TEST(Check, TheRepeatedHourReadsAsItsFirstOccurrence) {
+    struct Row {
+        const char* zone;
+        const char* lastLaunch;
+        qint64 check; // the second occurrence of 50 minutes later, in UTC seconds
+    };
+    const Row rows[] = {{"America/New_York", "2024-11-03 01:20:00", 1730614200}, // 01:10 EST
+                        {"Europe/Berlin", "2024-10-27 02:20:00", 1729991400}};   // 02:10 CET
+    for (const Row& row : rows) {
+        for (const int guess : {1, 7}) { // a winter or a summer conversion made before
+            SCOPED_TRACE(std::string(row.zone) +
+                         (guess == 1 ? ", winter first" : ", summer first"));
+            ZoneScope zone(row.zone);
+            QDateTime(QDate(2024, guess, 15), QTime(12, 0)).toSecsSinceEpoch();
+            Sandbox box;
+            WriteConfigure("UpdateStrategy", "UpdateCycle", "1", box.user);
+            WriteConfigure("UpdateRecord", "LastLaunchTime", row.lastLaunch, box.user);
+            WriteConfigure("UpdateInfo", "LastStatus", "ready", box.user);
+            WriteConfigure("DelayInfo", "DelayTimes", "1", box.user);
+            const QByteArray before = ReadBytes(box.user);
+            SetClockForTesting([at = row.check] { return QDateTime::fromSecsSinceEpoch(at); });
+            RunCheck();
+            const QByteArray stamp = "[" + Moment(row.check) + "]";
+            EXPECT_EQ(box.Body(),
+                      QByteArray(Traced("ReadConfigInfo", "") + Line(0, "Sleep 1 Minutes"))
+                          .replace(kStamp, stamp));
+            EXPECT_EQ(ReadBytes(box.user), before);
+        }
+    }
+}
+
+// Each log line records the line of the call that writes it: the two traced readings of the
+// start-up rule sit on different lines, each that of its call in the rules' source.
+TEST(Check, LogLinesCarryTheLineOfTheirCall) {
+    QFile source(RAVEL_SOURCE_DIR "/Src/Decision.cpp");
+    ASSERT_TRUE(source.open(QIODevice::ReadOnly));
+    const QStringList code = QString::fromUtf8(source.readAll()).split('\n');
+    const auto lineOf = [&code](const char* call) {
+        return code.indexOf(QRegularExpression("^\\s*" + QRegularExpression::escape(call))) + 1;
+    };
+    const int missed = lineOf("ENTER(env, logtext::kCheckMissed);");
+    const int read = lineOf("ENTER(env, logtext::kReadConfigInfo);");
+    ASSERT_TRUE(missed > 0 && read > 0 && missed != read) << missed << " " << read;
+    Sandbox box;
+    CheckMissed();
+    const QString log = QString::fromUtf8(ReadBytes(box.log));
+    EXPECT_TRUE(
+        log.contains(QString("[Src/ravel(%1)]%2[CheckMissed: Enter]-->").arg(missed).arg(kStamp)))
+        << log.toStdString();
+    EXPECT_TRUE(log.contains(
+        QString("[Src/ravel(%1)]%2\t[ReadConfigInfo: Enter]-->").arg(read).arg(kStamp)))
+        << log.toStdString();
 }

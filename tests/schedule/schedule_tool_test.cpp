@@ -23,8 +23,14 @@ struct ToolRun {
     QJsonObject json;
 };
 
-ToolRun Inspect(QStringList args) {
+// Runs the tool, in the time zone given or the machine's.
+ToolRun Inspect(QStringList args, const char* zone = nullptr) {
     QProcess tool;
+    if (zone) {
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert("TZ", zone);
+        tool.setProcessEnvironment(environment);
+    }
     tool.start(RAVEL_SCHEDULE_BUILT, args);
     tool.waitForFinished(60000);
     ToolRun run{tool.exitCode(),
@@ -252,4 +258,48 @@ TEST(Inspector, ARunningAgentIsSeenAndSurvives) {
     EXPECT_FALSE(CommandLineOf(pid).empty()) << "the agent ended";
     EXPECT_FALSE(place.Logged({"Accept a connection, ravel exit."}));
     EXPECT_EQ(place.EndResident(pid), 0);
+}
+
+// Given the duplicate folder instead of the installed one, the tool says so and names the folder
+// it was deployed from: the running duplicate's argument, or, once it has ended, its log's.
+TEST(Inspector, ADuplicateFolderIsRefusedAndItsInstalledFolderNamed) {
+    AgentPlace place;
+    place.LayOutInstalled();
+    ASSERT_EQ(place.RunInstalled(), 0);
+    const pid_t pid = place.WaitForDuplicate();
+    ASSERT_NE(pid, 0) << "no resident duplicate";
+    const std::string expected = "ravel-schedule: " + place.dup.toStdString() +
+                                 " is a duplicate folder, the agent's resident copy, not an "
+                                 "installed folder: it was deployed from " +
+                                 place.inst.toStdString() + "; run ravel-schedule " +
+                                 place.inst.toStdString() + "\n";
+    for (const char* when : {"running", "ended"}) {
+        SCOPED_TRACE(when);
+        const ToolRun run = Inspect({place.dup, "--json"});
+        EXPECT_EQ(run.status, 1);
+        EXPECT_EQ(run.err, expected);
+        EXPECT_EQ(run.out, "");
+        if (when[0] == 'r') {
+            EXPECT_EQ(place.EndResident(pid), 0);
+        }
+    }
+    // Nothing tells where it came from.
+    QFile::remove(place.data + "log/ravel.log");
+    EXPECT_THAT(Inspect({place.dup}).err, HasSubstr("no running duplicate and no deployment line"));
+}
+
+// A last launch in the hour that repeats when clocks go back was its first occurrence: the cycle
+// ends one day (86400 s) after it, which reads an hour earlier on the wall clock.
+TEST(Inspector, ARepeatedHourLastLaunchEndsItsCycleADayAfterItsFirstOccurrence) {
+    const std::tuple<const char*, const char*, const char*> rows[] = {
+        {"America/New_York", "2024-11-03 01:20:00", "2024-11-04 00:20:00"},
+        {"Europe/Berlin", "2024-10-27 02:20:00", "2024-10-28 01:20:00"}};
+    for (const auto& [zone, lastLaunch, cycleEnd] : rows) {
+        AgentPlace place;
+        place.LayOutInstalled({}, {{"UpdateRecord", {{"LastLaunchTime", lastLaunch}}}});
+        const ToolRun run = Inspect({place.inst, "--json", "--at", lastLaunch}, zone);
+        EXPECT_EQ(run.status, 0) << zone << run.err;
+        EXPECT_EQ(run.json["verdict"], "wait-cycle") << zone;
+        EXPECT_EQ(run.json["cycle_end"].toString().toStdString(), cycleEnd) << zone;
+    }
 }
