@@ -1,0 +1,286 @@
+// What the agent's schedule does over thousands of generated settings files and moments, kept as
+// digests: the files written, the log (line numbers masked), the end of the process and the
+// generator's next draw. The digests were recorded from the agent as it stood before its decision
+// core was rewritten; any change to a byte, a line, an exit or a draw shows here, with the block
+// of cases it is in. RAVEL_RECORD_DUMP=FILE writes the whole readable record to FILE.
+#include "CheckingLoop.h"
+#include "Clock.h"
+#include "CommonFunctions.h"
+#include "EasyLog.h"
+#include "FileLayout.h"
+#include "ravel.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <cstdlib>
+#include <ctime>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+constexpr int kCases = 2400;
+constexpr int kBlock = 100;
+
+// splitmix64: the cases' own generator (the agent uses std::rand).
+class Generator {
+public:
+    explicit Generator(uint64_t seed) : state_(seed) {}
+    uint64_t Next() {
+        uint64_t z = (state_ += 0x9E3779B97F4A7C15ULL);
+        z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ULL;
+        z = (z ^ (z >> 27)) * 0x94D049BB133111EBULL;
+        return z ^ (z >> 31);
+    }
+    uint64_t Below(uint64_t count) { return Next() % count; }
+    template <size_t N> const char* Pick(const char* const (&items)[N]) { return items[Below(N)]; }
+
+private:
+    uint64_t state_;
+};
+
+const char kAbsent[] = "<absent>";
+
+// A number-like setting: absent, empty, typical, zero, huge, negative or not a number.
+QString NumberText(Generator& g, const char* typical) {
+    static const char* const odd[] = {kAbsent,       "",      "0",    "4294967295", "4294967296",
+                                      "99999999999", "-1",    "abc",  " 5",         "0x10",
+                                      "1.5",         "2",     "3"};
+    return QString::fromLatin1(g.Below(3) ? typical : g.Pick(odd));
+}
+
+QString DateText(qint64 seconds) {
+    return QDateTime::fromSecsSinceEpoch(seconds).toString("yyyy-MM-dd hh:mm:ss");
+}
+
+struct Case {
+    std::map<std::pair<QString, QString>, QString> tidewater, user; // (section, key) -> text
+    enum { Normal, Missing, NotXml } userFile = Normal;
+    qint64 start = 0, later = 0;
+    unsigned seed = 0;
+};
+
+Case MakeCase(Generator& g) {
+    Case c;
+    c.start = 946684800 + qint64(g.Below(1400000000)); // 2000 to 2044
+    c.later = c.start + qint64(g.Below(3 * 86400 + 1));
+    c.seed = unsigned(g.Next());
+    static const char* const timers[] = {"1", "60", "600", "0", "35792"};
+    static const char* const flags[] = {"1", "0", "true", "false", "", kAbsent, "yes"};
+    static const char* const ranges[] = {"720", "1", "0", "240", "71582789"};
+    c.tidewater[{"UpdateSetting", "TimerMinutes"}] = NumberText(g, g.Pick(timers));
+    c.tidewater[{"UpdateSetting", "RunWithSystem"}] = g.Pick(flags);
+    c.tidewater[{"UpdateSetting", "AutoCheckNow"}] = NumberText(g, g.Below(2) ? "0" : "1");
+    c.tidewater[{"UpdateSetting", "TimeRandomRange"}] = NumberText(g, g.Pick(ranges));
+    c.tidewater[{"UpdateSetting", "ConfigCycleDefault"}] = NumberText(g, "7");
+
+    static const char* const strategies[] = {"cycle", "cycle", "cycle", "never", "Never",
+                                             "circle", "", kAbsent};
+    static const char* const statuses[] = {"querying", "downloading", "downloaded", "ready",
+                                           "ready",    "ready",       "0",          "junk",
+                                           kAbsent};
+    static const char* const oddDates[] = {"0", "junk", "2024-1-5 1:2:3", "2024-02-30 10:00:00",
+                                           "2024-03-05T10:00:00", "", kAbsent};
+    static const char* const cycles[] = {"1", "1", "7", "2"};
+    c.user[{"UpdateStrategy", "Strategy"}] = g.Pick(strategies);
+    c.user[{"UpdateStrategy", "UpdateCycle"}] = NumberText(g, g.Pick(cycles));
+    const qint64 cycle = 86400 * (1 + qint64(g.Below(7)));
+    switch (g.Below(5)) {
+    case 0: // anywhere
+        c.user[{"UpdateRecord", "LastLaunchTime"}] = DateText(946684800 + g.Below(1400000000));
+        break;
+    case 1: // in the future
+        c.user[{"UpdateRecord", "LastLaunchTime"}] = DateText(c.start + 1 + g.Below(86400 * 30));
+        break;
+    case 2: // about a cycle ago
+        c.user[{"UpdateRecord", "LastLaunchTime"}] =
+            DateText(c.start - cycle - 600 + qint64(g.Below(1200)));
+        break;
+    case 3: // long over
+        c.user[{"UpdateRecord", "LastLaunchTime"}] = DateText(c.start - cycle - g.Below(86400 * 9));
+        break;
+    default:
+        c.user[{"UpdateRecord", "LastLaunchTime"}] = g.Pick(oddDates);
+    }
+    c.user[{"UpdateInfo", "LastStatus"}] = g.Pick(statuses);
+    switch (g.Below(7)) {
+    case 0:
+    case 6:
+        c.user[{"DelayInfo", "DelayTime"}] = NumberText(g, "0");
+        break;
+    case 1:
+        c.user[{"DelayInfo", "DelayTime"}] = QString::number(c.start - qint64(g.Below(86400 * 2)));
+        break;
+    case 2:
+        c.user[{"DelayInfo", "DelayTime"}] = QString::number(c.start + qint64(g.Below(86400 * 2)));
+        break;
+    case 3:
+        c.user[{"DelayInfo", "DelayTime"}] = "1";
+        break;
+    case 4:
+        c.user[{"DelayInfo", "DelayTime"}] = QString::number(4294967296LL + g.Below(100000));
+        break;
+    case 5:
+        c.user[{"DelayInfo", "DelayTime"}] = kAbsent;
+    }
+    static const char* const rounds[] = {"1", "1", "2", "3", "0", "4", "junk", "", kAbsent};
+    c.user[{"DelayInfo", "DelayTimes"}] = g.Pick(rounds);
+    const uint64_t file = g.Below(20);
+    c.userFile = file == 0 ? Case::Missing : file == 1 ? Case::NotXml : Case::Normal;
+    return c;
+}
+
+QByteArray ReadBytes(const QString& path) {
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
+}
+
+void WriteSettings(const QString& path,
+                   const std::map<std::pair<QString, QString>, QString>& settings) {
+    for (const auto& [place, text] : settings)
+        if (text != QLatin1String(kAbsent))
+            WriteConfigure(place.first, place.second, text, path);
+}
+
+// One case in a child process; what it leaves behind is read by the parent.
+[[noreturn]] void RunCase(const Case& c, const QString& root, const char* zone) {
+    setenv("TZ", zone, 1);
+    tzset();
+    const QString org = root + "/org/", data = root + "/data/";
+    QDir().mkpath(org);
+    QDir().mkpath(data + "Brightwell");
+    WriteConfigure("DupInfo", "DuplicatePath", data, org + "Tidewater.dat");
+    WriteSettings(org + "Tidewater.dat", c.tidewater);
+    const QString user = data + "Brightwell/UserInfo.dat";
+    if (c.userFile == Case::NotXml) {
+        QFile file(user);
+        file.open(QIODevice::WriteOnly);
+        file.write("plain text, no settings\n");
+    } else if (c.userFile == Case::Normal) {
+        WriteSettings(user, c.user);
+    }
+    g_qstrOrgPath = org;
+    g_qstrOrgDat = org + "UpdateInfo.dat";
+    g_qstrUserInfoIniPath = user;
+    g_qstrTidewaterIniPath = org + "Tidewater.dat";
+    g_qstrTidewaterExePath = org + "Tidewater.app/Contents/MacOS/Tidewater"; // never there
+    g_EazyLog.Init("ravel.log");
+    std::ofstream steps((root + "/steps").toStdString(), std::ios::binary);
+    const auto step = [&](const char* name) {
+        steps << "== " << name << "\n" << ReadBytes(user).toStdString() << "\n";
+        steps.flush();
+    };
+    SetClockForTesting([at = c.start] { return QDateTime::fromSecsSinceEpoch(at); });
+    std::srand(c.seed);
+    CheckMissed();
+    step("start");
+    CheckingLoop loop(QStringLiteral("ravel"));
+    loop.check();
+    step("first check");
+    SetClockForTesting([at = c.later] { return QDateTime::fromSecsSinceEpoch(at); });
+    loop.check();
+    step("later check");
+    steps << "== next draw " << std::rand() << "\n";
+    steps.flush();
+    std::exit(7);
+}
+
+// The record of one case: the steps, the log with line numbers and the root masked, the
+// settings file of the installed folder, and how the process ended.
+std::string RecordCase(const Case& c, const char* zone) {
+    QTemporaryDir dir;
+    const pid_t pid = fork();
+    if (pid == 0)
+        RunCase(c, dir.path(), zone);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    const QString root = dir.path();
+    QString log = QString::fromUtf8(ReadBytes(root + "/data/log/ravel.log"));
+    log.replace(QRegularExpression("\\[Src/ravel\\(\\d+\\)\\]"), "[Src/ravel(#)]");
+    QString text = QString::fromUtf8(ReadBytes(root + "/steps")) + "== log\n" + log +
+                   "== Tidewater.dat\n" + QString::fromUtf8(ReadBytes(root + "/org/Tidewater.dat")) +
+                   "\n== end " +
+                   (WIFEXITED(status) ? "status " + QString::number(WEXITSTATUS(status))
+                                      : "signal " + QString::number(WTERMSIG(status))) +
+                   "\n";
+    return text.replace(root, "<root>").toStdString();
+}
+
+uint64_t Fnv1a(const std::string& bytes, uint64_t hash = 14695981039346656037ULL) {
+    for (const unsigned char byte : bytes)
+        hash = (hash ^ byte) * 1099511628211ULL;
+    return hash;
+}
+
+// The digest of each block of cases in `zone`, and of all of them.
+std::vector<uint64_t> RecordZone(const char* zone, uint64_t seed) {
+    Generator g(seed);
+    const char* dump = std::getenv("RAVEL_RECORD_DUMP");
+    std::ofstream out;
+    if (dump)
+        out.open(std::string(dump) + "." + QString(zone).replace('/', '_').toStdString(),
+                 std::ios::binary);
+    std::vector<uint64_t> digests(kCases / kBlock + 1, 14695981039346656037ULL);
+    for (int i = 0; i < kCases; ++i) {
+        const std::string record = RecordCase(MakeCase(g), zone);
+        digests[i / kBlock] = Fnv1a(record, digests[i / kBlock]);
+        digests.back() = Fnv1a(record, digests.back());
+        if (dump)
+            out << "######## case " << i << "\n" << record;
+    }
+    return digests;
+}
+
+void ExpectRecord(const char* zone, uint64_t seed, const std::vector<uint64_t>& expected) {
+    const std::vector<uint64_t> digests = RecordZone(zone, seed);
+    if (std::getenv("RAVEL_RECORD_PRINT")) {
+        for (const uint64_t digest : digests)
+            std::printf("0x%016llxULL,\n", static_cast<unsigned long long>(digest));
+    }
+    ASSERT_EQ(digests.size(), expected.size());
+    for (size_t block = 0; block + 1 < digests.size(); ++block)
+        EXPECT_EQ(digests[block], expected[block])
+            << zone << ": cases " << block * kBlock << " to " << (block + 1) * kBlock - 1;
+    EXPECT_EQ(digests.back(), expected.back()) << zone << ": all cases";
+}
+} // namespace
+
+TEST(RecordedSchedule, Utc) {
+    ExpectRecord("UTC", 1,
+                 {
+        0x967b5e89ba6c5736ULL, 0x4133e12ef268b8b3ULL, 0xb7ea849063f2620eULL,
+        0x8fc20be3df9b096eULL, 0x6d39ef4a8498fd7aULL, 0x9d328ae15d11d444ULL,
+        0xa600b5b233562f7dULL, 0x8ee13ee7cfacc038ULL, 0xe93d7b0a2f719b46ULL,
+        0x935cda348962380cULL, 0x641da4b038dadfe7ULL, 0x03168f6b5941a317ULL,
+        0x39dd97e5fa4919ddULL, 0x001f52c52abc65ebULL, 0xde6cc28ff0dc0b79ULL,
+        0x3e80328757484e89ULL, 0x32b8e545feac1a33ULL, 0xdba392efd9f09943ULL,
+        0x12ed4e6ed20ed576ULL, 0xe113f04d95884ef6ULL, 0xc4778cf12614f5e2ULL,
+        0xd85dfd4dc7f2c46fULL, 0xcd5b2df44b6e0e18ULL, 0xd3546330babd6cffULL,
+        0x0e0a7e9dc807704bULL,
+                 });
+}
+
+TEST(RecordedSchedule, Kolkata) {
+    ExpectRecord("Asia/Kolkata", 2,
+                 {
+        0x401c6596085a6568ULL, 0x24d6986edd4e87f0ULL, 0x1802f078f39c06fcULL,
+        0x41517b720bfdc722ULL, 0x69cc6bced90291ecULL, 0xb65b82e7962a23feULL,
+        0x8483b21ab4902db3ULL, 0xf8c405a0408eb441ULL, 0x755178c13c467055ULL,
+        0x83ec0d958ff44421ULL, 0x8f69b7693cfb055dULL, 0xa152ad5176fae3a2ULL,
+        0x5f68e5fe8f355002ULL, 0x46d010b0e7a99a41ULL, 0xd3698d437a2cb34cULL,
+        0x44d5e0f697deb61dULL, 0x74e4109d324977d8ULL, 0x22718dbd2e723286ULL,
+        0x230f06dc20fa8886ULL, 0xd629e76283ef999eULL, 0x1023795451fb4ca7ULL,
+        0x5eb9614054582f64ULL, 0x31e350d3e9a64b14ULL, 0xeafe7ab8bcbf392cULL,
+        0x049ebc5490f74dddULL,
+                 });
+}
+
+int main(int argc, char** argv) {
+    QCoreApplication app(argc, argv);
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
