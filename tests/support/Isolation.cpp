@@ -9,7 +9,7 @@
 #include <vector>
 
 namespace {
-const char kIsolated[] = "RAVEL_TEST_ISOLATED";    // set by tests/isolated.sh
+const char kIsolated[] = "RAVEL_TEST_ISOLATED";     // set by tests/isolated.sh
 const char kUnisolated[] = "RAVEL_TEST_UNISOLATED"; // set when the namespaces cannot be made
 
 // sh tests/isolated.sh SOURCE BUILD -- program...
