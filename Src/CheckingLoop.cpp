@@ -34,6 +34,11 @@ void CheckingLoop::newConnection() {
     std::exit(0);
 }
 
+void CheckingLoop::ReleaseListener() {
+    if (m_pServer)
+        m_pServer->close();
+}
+
 void CheckingLoop::timerEvent(QTimerEvent* /*event*/) {
     check();
 }

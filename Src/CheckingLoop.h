@@ -18,6 +18,9 @@ public:
     // status 0 under "never" when RunWithSystem is false, or starts the updater with "auto" when
     // due (see IsTimeToLaunchUpdate). May write UserInfo.dat; logs "Sleep %u Minutes" last.
     void check();
+    // Gives the port up, for the copy it hands over to: from then on this process is no longer
+    // the single instance.
+    void ReleaseListener();
 
 protected:
     // Any timer event runs check().

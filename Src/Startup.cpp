@@ -43,7 +43,10 @@ bool MakeDuplicateFolder(const QString& dup) {
     return true;
 }
 
-int HandOver(const QString& dup) {
+// The duplicate is started only once the port is free for it: were it to reach its listen while
+// this copy still held the port (a busy machine delays this copy's exit), it would end at once
+// and no agent would stay resident.
+int HandOver(CheckingLoop& loop, const QString& dup) {
     if (CopyFileToDup(g_qstrOrgPath, dup) == -1) {
         RAVEL_LOG(logtext::kCopyToDupFailed);
         return -1;
@@ -51,6 +54,7 @@ int HandOver(const QString& dup) {
     const QString exe = dup + RAVEL_EXE_FILE_NAME + MAC_APP_PATH;
     const QString argument = "\"" + g_qstrOrgPath + "\"";
     qDebug("%s", argument.toUtf8().constData());
+    loop.ReleaseListener();
     if (ExecuteFile(exe, argument, false) != 0) {
         RAVEL_LOG(logtext::kExecuteDuplicateFailed, exe.toUtf8().constData());
         return -1;
@@ -105,5 +109,5 @@ int RavelMain(int argc, char* argv[]) {
         RAVEL_LOG(logtext::kOriginalInitFailed);
         return -1;
     }
-    return duplicate ? StayResident(loop) : HandOver(dup);
+    return duplicate ? StayResident(loop) : HandOver(loop, dup);
 }

@@ -1,5 +1,6 @@
 // The built agent as real processes: hand-over, deployment, scheduling, plug-in and exits.
 #include "AgentHarness.h"
+#include "Isolation.h"
 
 #include <QDateTime>
 #include <fcntl.h>
@@ -391,8 +392,8 @@ class AgentHostile : public ::testing::TestWithParam<Hostile> {};
 
 TEST_P(AgentHostile, EndsAsStatedAndKeepsEverySettingsFile) {
     const Hostile& row = GetParam();
-    if ((row.mounts || *row.dataFolder) && !qEnvironmentVariableIsSet("RAVEL_TEST_ISOLATED"))
-        GTEST_SKIP() << "needs private namespaces (tests/isolated.sh)";
+    if (row.mounts || *row.dataFolder)
+        RAVEL_REQUIRE_ISOLATION();
     AgentPlace place(row.dataFolder);
     place.LayOutInstalled();
     row.arrange(place);

@@ -70,6 +70,22 @@ inline pid_t FindProcess(const std::string& argv0) { // 0 when none
     return 0;
 }
 
+// True when a child of this process running `command` has ended and waits to be reaped: a
+// detached start (the duplicate, the updater) that ended at once. Its command line is gone, so
+// FindProcess no longer sees it.
+inline bool EndedChild(const std::string& command) {
+    const std::string parent = std::to_string(getpid());
+    for (const QString& entry : QDir("/proc").entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        const std::string stat = ReadAll("/proc/" + entry + "/stat"); // pid (comm) state ppid
+        const size_t close = stat.rfind(')');
+        if (entry.toInt() > 0 && close != std::string::npos &&
+            stat.compare(stat.find('(') + 1, close - stat.find('(') - 1, command) == 0 &&
+            stat.compare(close + 2, 2 + parent.size(), "Z " + parent) == 0)
+            return true;
+    }
+    return false;
+}
+
 // 127.0.0.1:31334 listened on (the socket, or -1), or connected to and closed at once (1 when
 // accepted, 0 when refused).
 inline int UsePort(bool listening) {
@@ -172,14 +188,20 @@ public:
     }
     pid_t WaitForDuplicate() { // the one a hand-over started
         pid_t pid = 0;
-        WaitUntil([&] { return (pid = FindProcess(duplicateExe)) != 0; });
+        WaitUntil([&] { return (pid = FindProcess(duplicateExe)) != 0 || EndedChild("ravel"); });
+        if (pid == 0)
+            ADD_FAILURE() << "no resident duplicate; the log:\n"
+                          << ReadAll(data + "log/ravel.log") << "standard error:\n"
+                          << ReadAll(errFile);
         return pid;
     }
     bool Settled() const { // a resident duplicate has reached its event loop
         return Logged({"Leave InitAgent() ..."}) || Logged({"load PolicyProbe fail 3"});
     }
     int EndResident(pid_t pid) { // through the port, once settled: the exit status
-        EXPECT_TRUE(WaitUntil([&] { return Settled(); }));
+        if (pid == 0)
+            return -1; // nothing resident to end
+        EXPECT_TRUE(WaitUntil([&] { return Settled(); })) << ReadAll(data + "log/ravel.log");
         WaitUntil([] { return UsePort(false) == 1; });
         return Reap(pid);
     }

@@ -1,5 +1,6 @@
 // The configuration store: settings files, sealed files, component data helpers, crash safety.
 #include "CommonFunctions.h"
+#include "Isolation.h"
 #include "MarkupSTL.h"
 
 #include <QCryptographicHash>
@@ -294,8 +295,7 @@ TEST_F(Store, CreatePathMainComponentDisplayNameAndSharedDataRoot) {
     }
     // The shared data root: every level of its path is opened to everyone, /usr included, so this
     // runs only where the test has /usr to itself (tests/isolated.sh).
-    if (!qEnvironmentVariableIsSet("RAVEL_TEST_ISOLATED"))
-        GTEST_SKIP() << "the shared data root needs private namespaces";
+    RAVEL_REQUIRE_ISOLATION();
     const QString made = "/usr/local/zq_kt_userdata/ravel_test_My_App_/";
     EXPECT_EQ(CCommonFunctions::GetCompDataDirectory("ravel test My App "), made);
     for (const QString& level : {QString("/usr"), QString("/usr/local"), made})

@@ -3,14 +3,12 @@
 // generator's next draw. The digests were recorded from the agent as it stood before its decision
 // core was rewritten; any change to a byte, a line, an exit or a draw shows here, with the block
 // of cases it is in. RAVEL_RECORD_DUMP=FILE writes the whole readable record to FILE.
-#include "CheckingLoop.h"
 #include "Clock.h"
 #include "CommonFunctions.h"
 #include "EasyLog.h"
 #include "FileLayout.h"
 #include "ravel.h"
 
-#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QRegularExpression>
@@ -146,10 +144,9 @@ void WriteSettings(const QString& path,
             WriteConfigure(place.first, place.second, text, path);
 }
 
-// One case in a child process; what it leaves behind is read by the parent.
-[[noreturn]] void RunCase(const Case& c, const QString& root, const char* zone) {
-    setenv("TZ", zone, 1);
-    tzset();
+// One case, in its folder `root`: what it leaves behind there is read by the parent. A check may
+// end the process (status 0); a case that runs to its end leaves "finished" behind.
+void RunCase(const Case& c, const QString& root) {
     const QString org = root + "/org/", data = root + "/data/";
     QDir().mkpath(org);
     QDir().mkpath(data + "Brightwell");
@@ -167,9 +164,8 @@ void WriteSettings(const QString& path,
     g_qstrOrgDat = org + "UpdateInfo.dat";
     g_qstrUserInfoIniPath = user;
     g_qstrTidewaterIniPath = org + "Tidewater.dat";
-    // No updater: a launch logs and refreshes the libraries but starts no process, which could
-    // still hold the agent's port when the next case starts.
-    g_qstrTidewaterExePath = QString();
+    g_qstrTidewaterExePath = QString(); // a launch logs, but starts no process
+    g_EazyLog.ResetForTesting();
     g_EazyLog.Init("ravel.log");
     std::ofstream steps((root + "/steps").toStdString(), std::ios::binary);
     const auto step = [&](const char* name) {
@@ -180,38 +176,78 @@ void WriteSettings(const QString& path,
     std::srand(c.seed);
     CheckMissed();
     step("start");
-    CheckingLoop loop(QStringLiteral("ravel"));
-    loop.check();
+    RunCheck();
     step("first check");
     SetClockForTesting([at = c.later] { return QDateTime::fromSecsSinceEpoch(at); });
-    loop.check();
+    RunCheck();
     step("later check");
     steps << "== next draw " << std::rand() << "\n";
     steps.flush();
-    std::exit(7);
+    QFile(root + "/finished").open(QIODevice::WriteOnly);
+}
+
+QString CaseRoot(const QString& dir, int index) {
+    return dir + "/case" + QString::number(index);
+}
+
+// Runs the cases from `first` on in one child process, until one of them ends it; returns the
+// child's exit status.
+int RunCasesFrom(const std::vector<Case>& cases, int first, const QString& dir, const char* zone) {
+    const pid_t pid = fork();
+    if (pid == 0) {
+        setenv("TZ", zone, 1);
+        tzset();
+        for (size_t i = size_t(first); i < cases.size(); ++i)
+            RunCase(cases[i], CaseRoot(dir, int(i)));
+        _exit(0);
+    }
+    int status = 0;
+    waitpid(pid, &status, 0);
+    while (waitpid(-1, nullptr, WNOHANG) > 0) { // whatever it left behind
+    }
+    return status;
 }
 
 // The record of one case: the steps, the log with line numbers and the root masked, the
-// settings file of the installed folder, and how the process ended.
-std::string RecordCase(const Case& c, const char* zone) {
-    QTemporaryDir dir;
-    const pid_t pid = fork();
-    if (pid == 0)
-        RunCase(c, dir.path(), zone);
-    int status = 0;
-    waitpid(pid, &status, 0);
-    while (waitpid(-1, nullptr, 0) > 0) { // and whatever it left behind
-    }
-    const QString root = dir.path();
+// settings file of the installed folder, and how the process ended: each case's process used to
+// end with status 7 after a whole case (writing the log's end banner), or where a check ended it.
+std::string RecordCase(const QString& root, int exitStatus) {
+    const bool finished = QFile::exists(root + "/finished");
     QString log = QString::fromUtf8(ReadBytes(root + "/data/log/ravel.log"));
+    if (finished && log != QLatin1String("<missing>"))
+        log += QStringLiteral("----------------------End Log-----------------------------------\n");
     log.replace(QRegularExpression("\\[Src/ravel\\(\\d+\\)\\]"), "[Src/ravel(#)]");
+    const int status = finished ? 7 : exitStatus;
     QString text = QString::fromUtf8(ReadBytes(root + "/steps")) + "== log\n" + log +
                    "== Tidewater.dat\n" +
                    QString::fromUtf8(ReadBytes(root + "/org/Tidewater.dat")) + "\n== end " +
-                   (WIFEXITED(status) ? "status " + QString::number(WEXITSTATUS(status))
-                                      : "signal " + QString::number(WTERMSIG(status))) +
+                   (WIFEXITED(status) || finished
+                        ? "status " + QString::number(finished ? 7 : WEXITSTATUS(status))
+                        : "signal " + QString::number(WTERMSIG(status))) +
                    "\n";
     return text.replace(root, "<root>").toStdString();
+}
+
+// Every case's record, in order: the cases run in as few processes as the checks that end one
+// allow.
+std::vector<std::string> RecordCases(const std::vector<Case>& cases, const char* zone) {
+    QTemporaryDir dir;
+    std::vector<std::string> records;
+    while (records.size() < cases.size()) {
+        const int first = int(records.size());
+        const int status = RunCasesFrom(cases, first, dir.path(), zone);
+        for (int i = first; i < int(cases.size()); ++i) {
+            const QString root = CaseRoot(dir.path(), i);
+            if (!QFile::exists(root + "/steps") && !QFile::exists(root + "/finished"))
+                break; // not reached: the case before ended the process
+            records.push_back(RecordCase(root, status));
+            if (!QFile::exists(root + "/finished"))
+                break; // this case ended the process
+        }
+        if (int(records.size()) == first) // the process ended before any case: record its end
+            records.push_back(RecordCase(CaseRoot(dir.path(), first), status));
+    }
+    return records;
 }
 
 uint64_t Fnv1a(const std::string& bytes, uint64_t hash = 14695981039346656037ULL) {
@@ -223,6 +259,10 @@ uint64_t Fnv1a(const std::string& bytes, uint64_t hash = 14695981039346656037ULL
 // The digest of each block of cases in `zone`, and of all of them.
 std::vector<uint64_t> RecordZone(const char* zone, uint64_t seed) {
     Generator g(seed);
+    std::vector<Case> cases;
+    for (int i = 0; i < kCases; ++i)
+        cases.push_back(MakeCase(g));
+    const std::vector<std::string> records = RecordCases(cases, zone);
     const char* dump = std::getenv("RAVEL_RECORD_DUMP");
     std::ofstream out;
     if (dump)
@@ -230,16 +270,16 @@ std::vector<uint64_t> RecordZone(const char* zone, uint64_t seed) {
                  std::ios::binary);
     std::vector<uint64_t> digests(kCases / kBlock + 1, 14695981039346656037ULL);
     for (int i = 0; i < kCases; ++i) {
-        const std::string record = RecordCase(MakeCase(g), zone);
-        digests[i / kBlock] = Fnv1a(record, digests[i / kBlock]);
-        digests.back() = Fnv1a(record, digests.back());
+        digests[i / kBlock] = Fnv1a(records[size_t(i)], digests[i / kBlock]);
+        digests.back() = Fnv1a(records[size_t(i)], digests.back());
         if (dump)
-            out << "######## case " << i << "\n" << record;
+            out << "######## case " << i << "\n" << records[size_t(i)];
     }
     return digests;
 }
 
 void ExpectRecord(const char* zone, uint64_t seed, const std::vector<uint64_t>& expected) {
+    prctl(PR_SET_CHILD_SUBREAPER, 1); // what a case leaves behind is ours to wait for
     const std::vector<uint64_t> digests = RecordZone(zone, seed);
     if (std::getenv("RAVEL_RECORD_PRINT")) {
         for (const uint64_t digest : digests)
@@ -281,11 +321,4 @@ TEST(RecordedSchedule, Kolkata) {
                      0x2520047d41d09168ULL, 0xbd5e9dd97632d342ULL, 0x308bafa55ecfb35cULL,
                      0x120d044deb517645ULL,
                  });
-}
-
-int main(int argc, char** argv) {
-    prctl(PR_SET_CHILD_SUBREAPER, 1); // what a case leaves behind is ours to wait for
-    QCoreApplication app(argc, argv);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
 }

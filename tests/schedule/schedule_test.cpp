@@ -6,6 +6,7 @@
 #include "ZoneScope.h"
 #include "ravel.h"
 
+#include "Isolation.h"
 #include <QDir>
 #include <QRegularExpression>
 #include <QTemporaryDir>
@@ -134,7 +135,7 @@ TEST(FileLayout, ClockFoldersDuplicatePathAndInitFilePath) {
     EXPECT_EQ(GetDuplicatePath(true), "C:\\dup\\log/");
     // Absent: derived from the main component's display name, stored, and made under the shared
     // data root, which opens /usr to everyone: only where the test has /usr to itself.
-    if (qEnvironmentVariableIsSet("RAVEL_TEST_ISOLATED")) {
+    if (Isolated()) {
         const QString folder = "/usr/local/zq_kt_userdata/ravel_sched/";
         WriteBytes(g_qstrOrgDat, "<root><components><component><main>1</main><displayname>ravel "
                                  "sched</displayname></component></components></root>");
