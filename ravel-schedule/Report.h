@@ -1,15 +1,16 @@
-// ravel-schedule's work: find an installed product's settings as the agent does, read them
-// without changing anything, and say when the next launch comes and why.
+// ravel-schedule's facts and findings: what it gathers about one installed product (Gather.cpp,
+// with Locate, Probe and LogTail), and what it makes of them (Evaluate, a pure function), which
+// Render prints.
 #pragma once
 
 #include "Decision.h"
 
 #include <QDateTime>
-#include <QJsonObject>
+#include <QList>
 #include <QString>
 #include <QStringList>
 
-// Where the agent's files for one installed folder are.
+// Where the agent's files for one installed folder are (see LocateAgentPlaces).
 struct AgentFiles {
     QString installed;  // ending with "/"
     QString settings;   // Tidewater.dat
@@ -18,19 +19,39 @@ struct AgentFiles {
     QString log;        // dataFolder + "log/ravel.log"
 };
 
-// Finds the files as the agent would, reading only: nothing is created or stored. Returns
-// false with a message when `folder` does not exist or holds neither ravel.app nor
-// Tidewater.dat.
-bool FindAgentFiles(const QString& folder, AgentFiles& files, QString& problem);
-
 // Whether a resident agent runs for the folder, found without connecting to it.
 struct AgentProcess {
     qint64 pid = 0;         // a duplicate started with this installed folder; 0 when none
-    bool listening = false; // 127.0.0.1:31334 (or any address) is listened on
+    bool listening = false; // the agent's port is listened on (loopback or any address)
     qint64 portPid = 0;     // the process holding the port, when it can be seen; 0 otherwise
 };
-// Reads /proc only.
-AgentProcess FindAgentProcess(const QString& installed);
+
+// The lines of the last check in the log.
+struct LogTail {
+    bool found = false;    // the log could be opened
+    QStringList lastCheck; // from its "ReadConfigInfo: Enter" to its "Sleep" (or end) line
+};
+
+// How a settings file reads: as settings, or why the agent falls back to the defaults.
+enum class FileState : quint8 { Settings, Missing, Unreadable, NoSettings };
+
+// Everything ravel-schedule reads about one installed product; Evaluate needs nothing else.
+struct Facts {
+    AgentFiles files;
+    QDateTime at; // the moment asked about
+    AgentProcess agent;
+    LogTail log;
+    QString texts[kSettingCount]; // the settings' texts as stored ("" when absent)
+    QString logSwitch;            // "LOG"/"LogSwitch" of Tidewater.dat as stored
+    FileState settingsFile = FileState::Settings;
+    FileState userInfoFile = FileState::Settings;
+    // Present files among those the agent checks at start without RunWithSystem.
+    bool updaterPresent = true, userInfoPresent = true, settingsPresent = true;
+    bool componentsPresent = true;
+    // The duplicate folder (UserInfo.dat's) and UserInfo.dat: writable by this account, or absent.
+    QString duplicate;
+    bool duplicateWritable = true, userInfoWritable = true;
+};
 
 // Everything the tool says.
 struct Inspection {
@@ -51,9 +72,12 @@ struct Inspection {
     QStringList lastCheck; // the log's lines of the last check; empty when none
     bool logFound = false;
 };
-// Reads the files (never writes) and evaluates for an agent starting at `at`, or for a running
-// agent's first check at or after `at` (timed from its last logged check when there is one).
-Inspection Inspect(const AgentFiles& files, const QDateTime& at, const AgentProcess& agent);
 
-QString RenderText(const Inspection& inspection);
-QJsonObject RenderJson(const Inspection& inspection);
+// Reads everything about the product whose files are `files` (never writes), for the moment `at`.
+Facts GatherFacts(const AgentFiles& files, const QDateTime& at, const AgentProcess& agent);
+
+// The findings, from the facts alone: the schedule as the agent reads it and the repairs its next
+// reading would write, the check the verdict is for (`at`, or for a running agent the first of its
+// checks, timed from the last one in its log, at or after `at`), the forecast for an agent starting
+// then (missed-delay rule first) or for the running one, and the warnings.
+Inspection Evaluate(const Facts& facts);

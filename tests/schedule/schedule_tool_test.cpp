@@ -1,7 +1,6 @@
 // ravel-schedule as a process on real folders: each verdict in text and JSON, nothing on disk
 // changed, a running agent untouched, and the real agent then doing what was announced.
 #include "../agent/AgentHarness.h"
-#include "Decision.h"
 
 #include <QDateTime>
 #include <QDirIterator>
@@ -165,8 +164,10 @@ TEST(Inspector, EachVerdictIsWhatTheAgentThenDoes) {
         if (row.verdict == std::string("wait-delay")) { // drawn inside the announced window
             const qint64 drawn = std::stoll(User(place, "DelayInfo", "DelayTime"));
             EXPECT_THAT(drawn, AllOf(Gt(at), Le(at + 43200 + 5)));
-            EXPECT_LE(FirstCheckFrom(at, 36000000, drawn), latest + 5);
+            // Checks every 600 minutes from `at`: the draw lands by at + 43200, so the launch
+            // comes at the check at + 36000 or the one at + 72000, the window announced.
             EXPECT_EQ(Seconds(json["earliest"]), at + 36000);
+            EXPECT_EQ(latest, at + 72000);
         }
         if (&row == rows) { // the repair announced, then written by the agent
             EXPECT_EQ(
@@ -211,27 +212,63 @@ TEST(Inspector, RepairsWarningsAndBadCommandLines) {
     EXPECT_EQ(json["user_info"], "/usr/local/zq_kt_userdata/Demo_Product/Brightwell/UserInfo.dat");
     EXPECT_EQ(QFileInfo::exists(derived), existed);
 
-    const std::pair<QStringList, std::string> bad[] = {
-        {{place.root + "none"},
-         "ravel-schedule: " + place.root.toStdString() + "none: no such folder\n"},
-        {{place.data},
+    const std::string usage =
+        "usage: ravel-schedule INSTALLED_FOLDER [--at \"yyyy-MM-dd hh:mm:ss\"] [--json]\n";
+    struct Bad {
+        const char* what;
+        QStringList args;
+        std::string message; // on standard error
+        int status;
+    };
+    const Bad bad[] = {
+        {"a missing folder",
+         {place.root + "none"},
+         "ravel-schedule: " + place.root.toStdString() + "none: no such folder\n",
+         1},
+        {"not an installed folder",
+         {place.data},
          "ravel-schedule: " + place.data.toStdString() +
-             ": not an installed folder (neither ravel.app nor Tidewater.dat is there)\n"},
-        {{place.inst, "--at", "2024-02-30 10:00:00"},
+             ": not an installed folder (neither ravel.app nor Tidewater.dat is there)\n",
+         1},
+        {"an impossible date",
+         {place.inst, "--at", "2024-02-30 10:00:00"},
          "ravel-schedule: --at needs a local time as \"yyyy-MM-dd hh:mm:ss\", not \"2024-02-30 "
-         "10:00:00\"\n"},
-        {{},
-         "ravel-schedule: usage: ravel-schedule INSTALLED_FOLDER [--at \"yyyy-MM-dd hh:mm:ss\"] "
-         "[--json]\n"}};
-    for (const auto& [args, message] : bad) {
-        const ToolRun run = Inspect(args);
-        EXPECT_EQ(run.err, message);
-        EXPECT_EQ(run.status, message.find("usage") != std::string::npos ||
-                                      message.find("--at") != std::string::npos
-                                  ? 2
-                                  : 1);
-        EXPECT_EQ(run.out, "");
+         "10:00:00\"\n",
+         2},
+        {"--at without its value",
+         {place.inst, "--at"},
+         "ravel-schedule: Missing value after '--at'.\n" + usage,
+         2},
+        {"an unknown option",
+         {place.inst, "--frobnicate"},
+         "ravel-schedule: Unknown option 'frobnicate'.\n" + usage,
+         2},
+        {"two folders",
+         {place.inst, place.data},
+         "ravel-schedule: unexpected argument \"" + place.data.toStdString() + "\"\n" + usage,
+         2},
+        {"no folder", {}, "ravel-schedule: " + usage, 2}};
+    for (const Bad& row : bad) {
+        const ToolRun run = Inspect(row.args);
+        EXPECT_EQ(run.err, row.message) << row.what;
+        EXPECT_EQ(run.status, row.status) << row.what;
+        EXPECT_EQ(run.out, "") << row.what;
     }
+}
+
+// Help and version on standard output with status 0; "-h" is help, not a folder.
+TEST(Inspector, HelpAndVersion) {
+    for (const char* option : {"--help", "-h"}) {
+        const ToolRun run = Inspect({option});
+        EXPECT_EQ(run.status, 0) << option;
+        EXPECT_THAT(run.out, AllOf(HasSubstr("[options] INSTALLED_FOLDER"),
+                                   HasSubstr("--at <yyyy-MM-dd hh:mm:ss>"), HasSubstr("--json")))
+            << option;
+        EXPECT_EQ(run.err, "") << option;
+    }
+    const ToolRun version = Inspect({"--version"});
+    EXPECT_EQ(version.status, 0);
+    EXPECT_EQ(version.out, "ravel-schedule " PROJECT_VERSION "\n");
 }
 
 TEST(Inspector, ARunningAgentIsSeenAndSurvives) {
@@ -251,7 +288,9 @@ TEST(Inspector, ARunningAgentIsSeenAndSurvives) {
     const QString last = json["last_check"][0].toString().section("][", 1).left(19);
     const qint64 next = QDateTime::fromString(last, kFormat).toSecsSinceEpoch() + 36000;
     EXPECT_EQ(Seconds(json["check_at"]), next);
-    EXPECT_EQ(Seconds(json["earliest"]), FirstCheckFrom(next, 36000000, tomorrow.toLongLong()));
+    // Checks at next, next + 36000 and next + 72000: the delay, a day after the agent started
+    // (at most seconds before the last check), is reached by the third of these.
+    EXPECT_EQ(Seconds(json["earliest"]), next + 72000);
     EXPECT_THAT(json["last_check"].toVariant().toStringList().join("\n").toStdString(),
                 AllOf(StartsWith("[Src/ravel("), HasSubstr("[ReadConfigInfo: Enter]-->"),
                       EndsWith("[Sleep 600 Minutes]-->")));

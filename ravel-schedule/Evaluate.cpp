@@ -1,0 +1,128 @@
+// The findings from the facts alone: nothing here reads a file or the clock.
+#include "Report.h"
+
+#include "FileLayout.h"
+
+#include <climits>
+
+namespace {
+// A running agent checks every TimerMinutes from its last logged check on; the logged check is
+// done, so the next one comes at least one interval later.
+quint32 NextCheck(const Facts& facts, const ScheduleSettings& settings) {
+    const quint32 at = ToTimeT(facts.at);
+    const int interval = TimerIntervalMs(settings.timerMinutes);
+    const QStringList& check = facts.log.lastCheck;
+    if (facts.agent.pid == 0 || check.isEmpty() || interval <= 0)
+        return at;
+    const QString& first = check.first();
+    const quint32 last = DateSeconds(first.mid(first.indexOf(QLatin1String("][")) + 2, 19));
+    if (last == kDelayAbsent)
+        return at;
+    const qint64 next = FirstCheckFrom(last, interval, qMax<qint64>(at, qint64(last) + 1));
+    return next < 0 || next > qint64(kDelayAbsent) ? at : quint32(next);
+}
+
+QStringList TimerWarnings(quint32 minutes) {
+    if (minutes == 0)
+        return {QStringLiteral("\"TimerMinutes\" is 0: the agent checks whenever it is idle, "
+                               "thousands of times a second, and its log grows by about a "
+                               "megabyte a second")};
+    if (TimerIntervalMs(minutes) < 0)
+        return {QStringLiteral("\"TimerMinutes\" %1 is too large: its milliseconds do not fit a "
+                               "signed 32-bit integer, so the timer is never armed and only the "
+                               "first check runs")
+                    .arg(minutes)};
+    if (qint64(minutes) * 60000 > INT_MAX)
+        return {QStringLiteral("\"TimerMinutes\" %1 is too large: its milliseconds do not fit a "
+                               "signed 32-bit integer and wrap to a check every %2 ms")
+                    .arg(minutes)
+                    .arg(TimerIntervalMs(minutes))};
+    return {};
+}
+
+QString FileWarning(FileState state, const char* name, const QString& path) {
+    static const char* const problems[] = {"", "is missing", "cannot be read", "holds no settings"};
+    if (state == FileState::Settings)
+        return QString();
+    return QStringLiteral("%1 %2 (%3): the agent reads the defaults")
+        .arg(QLatin1String(name), QLatin1String(problems[int(state)]), path);
+}
+
+// Without RunWithSystem the agent checks its files at start and ends when one is missing.
+QStringList StartWarnings(const Facts& facts, const ScheduleSettings& settings) {
+    QStringList warnings;
+    if (settings.runWithSystem)
+        return warnings;
+    const std::pair<bool, QString> files[] = {
+        {facts.updaterPresent, facts.files.installed + QLatin1String(TIDEWATER_EXE)},
+        {facts.userInfoPresent, facts.files.userInfo},
+        {facts.settingsPresent, facts.files.settings},
+        {facts.componentsPresent, facts.files.installed + QLatin1String(UPDATE_INFO_DAT)}};
+    for (const auto& [present, path] : files)
+        if (!present)
+            warnings << QStringLiteral("RunWithSystem is off and %1 is missing: the agent ends at "
+                                       "start-up with status 255, before any check")
+                            .arg(path);
+    return warnings;
+}
+
+QStringList WriteWarnings(const Facts& facts) {
+    if (!facts.duplicateWritable)
+        return {QStringLiteral("the agent could not write its data folder %1: UserInfo.dat cannot "
+                               "be saved, so repairs are redone at every check and no delay is "
+                               "ever stored")
+                    .arg(facts.duplicate)};
+    if (!facts.userInfoWritable)
+        return {QStringLiteral("the agent could not write %1: repairs are redone at every check "
+                               "and no delay is ever stored")
+                    .arg(facts.files.userInfo)};
+    return {};
+}
+
+QStringList Warnings(const Facts& facts, const ScheduleSettings& settings) {
+    QStringList warnings = TimerWarnings(settings.timerMinutes);
+    const QString logSwitch = facts.logSwitch.isEmpty() ? QStringLiteral("1") : facts.logSwitch;
+    if (QVariant(logSwitch).toInt() == 0)
+        warnings << QStringLiteral("\"LogSwitch\" is 0: the agent writes no log, so there is no "
+                                   "trace to diagnose with");
+    for (const QString& warning :
+         {FileWarning(facts.settingsFile, "Tidewater.dat", facts.files.settings),
+          FileWarning(facts.userInfoFile, "UserInfo.dat", facts.files.userInfo)})
+        if (!warning.isEmpty())
+            warnings << warning;
+    return warnings + StartWarnings(facts, settings) + WriteWarnings(facts);
+}
+
+// The values the next check's reading would write back, each with the text it replaces.
+QList<Inspection::Repair> Repairs(const QString (&found)[kSettingCount], const MemoryEnv& read) {
+    QList<Inspection::Repair> repairs;
+    for (const MemoryEnv::Written& write : read.writes) {
+        const SettingPlace place = PlaceOf(write.setting);
+        const QString& from = found[int(write.setting)];
+        if (from != write.text)
+            repairs.append({QString::fromLatin1(place.section), QString::fromLatin1(place.key),
+                            from.isEmpty() ? QString() : from, write.text});
+    }
+    return repairs;
+}
+} // namespace
+
+Inspection Evaluate(const Facts& facts) {
+    Inspection in;
+    in.files = facts.files;
+    in.at = facts.at;
+    in.agent = facts.agent;
+    MemoryEnv env;
+    for (int setting = 0; setting < kSettingCount; ++setting)
+        env.texts[setting] = in.texts[setting] = facts.texts[setting];
+    env.SetClock(facts.at);
+    ReadConfigInfo(env, in.record);
+    in.settings = SettingsFrom(env);
+    in.repairs = Repairs(in.texts, env);
+    in.lastCheck = facts.log.lastCheck;
+    in.logFound = facts.log.found;
+    in.checkAt = NextCheck(facts, in.settings);
+    in.forecast = Foresee(in.record, in.settings, in.checkAt, facts.agent.pid == 0);
+    in.warnings = Warnings(facts, in.settings);
+    return in;
+}
