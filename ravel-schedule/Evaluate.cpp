@@ -121,6 +121,7 @@ Inspection Evaluate(const Facts& facts) {
     in.repairs = Repairs(in.texts, env);
     in.lastCheck = facts.log.lastCheck;
     in.logFound = facts.log.found;
+    in.logBytes = facts.log.bytes;
     in.checkAt = NextCheck(facts, in.settings);
     in.forecast = Foresee(in.record, in.settings, in.checkAt, facts.agent.pid == 0);
     in.warnings = Warnings(facts, in.settings);

@@ -21,10 +21,10 @@ QString DuplicateProblem(const QString& folder, const QString& duplicate) {
     return QStringLiteral("%1 is a duplicate folder, the agent's resident copy, not an installed "
                           "folder: ")
                .arg(folder) +
-           (from.isEmpty() ? QStringLiteral("no running duplicate and no deployment line in its "
-                                            "log tell where it was deployed from")
-                           : QStringLiteral("it was deployed from %1; run ravel-schedule %1")
-                                 .arg(from));
+           (from.isEmpty()
+                ? QStringLiteral("no running duplicate and no deployment line in its "
+                                 "log tell where it was deployed from")
+                : QStringLiteral("it was deployed from %1; run ravel-schedule %1").arg(from));
 }
 } // namespace
 

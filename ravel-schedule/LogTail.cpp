@@ -25,6 +25,7 @@ LogTail ReadLogTail(const QString& path) {
     tail.found = log.open(QIODevice::ReadOnly);
     if (!tail.found)
         return tail;
+    tail.bytes = log.size();
     log.seek(qMax<qint64>(0, log.size() - kLogTail));
     const QStringList lines = QString::fromLocal8Bit(log.readAll()).split(QLatin1Char('\n'));
     int first = -1;

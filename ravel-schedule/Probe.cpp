@@ -40,7 +40,8 @@ QByteArray ListeningInode() {
     QFile table(QStringLiteral("/proc/net/tcp"));
     if (!table.open(QIODevice::ReadOnly))
         return QByteArray();
-    const QByteArray port = ':' + QByteArray::number(kAgentPort, 16).toUpper().rightJustified(4, '0');
+    const QByteArray port =
+        ':' + QByteArray::number(kAgentPort, 16).toUpper().rightJustified(4, '0');
     for (const QByteArray& line : table.readAll().split('\n')) {
         const QList<QByteArray> fields = line.simplified().split(' ');
         if (fields.size() > 9 && fields[3] == "0A" &&
@@ -72,8 +73,7 @@ AgentProcess ProbeAgent(const QString& installed) {
     for (const QString& pid : Processes()) {
         const std::vector<std::string> args = CommandLine(pid);
         const QString exe = args.empty() ? QString() : QString::fromStdString(args[0]);
-        if (args.size() > 1 && exe.endsWith(AgentExecutable) &&
-            Canonical(args[1]) == target)
+        if (args.size() > 1 && exe.endsWith(AgentExecutable) && Canonical(args[1]) == target)
             agent.pid = pid.toLongLong();
         if (agent.listening && !agent.portPid && HoldsSocket(pid, socket))
             agent.portPid = pid.toLongLong();

@@ -104,8 +104,8 @@ public:
         Row("strategy", r.nStrategy ? QStringLiteral("cycle") : QStringLiteral("never"));
         Row("cycle", QStringLiteral("%1 day(s)").arg(r.nUpdateCycle));
         Row("last launch", Moment(r.nLastLaunchTime));
-        Row("status", r.bContinue ? QStringLiteral("interrupted (%1)").arg(status)
-                                  : QStringLiteral("ready"));
+        Row("status",
+            r.bContinue ? QStringLiteral("interrupted (%1)").arg(status) : QStringLiteral("ready"));
         Row("delay round", QString::number(r.nDelayTimes));
         Row("drawn delay", DelayText(r.nDelayTime));
         Row("AutoCheckNow", QString::number(s.autoCheckNow));
@@ -239,4 +239,68 @@ QJsonObject RenderJson(const Inspection& in) {
         {"pid", in.agent.pid ? QJsonValue(in.agent.pid) : QJsonValue(QJsonValue::Null)},
         {"port_listening", in.agent.listening},
         {"last_check", QJsonArray::fromStringList(in.lastCheck)}};
+}
+
+namespace {
+// A label value with backslash, double quote and line feed escaped.
+QString LabelValue(QString text) {
+    return text.replace(QLatin1Char('\\'), QLatin1String("\\\\"))
+        .replace(QLatin1Char('"'), QLatin1String("\\\""))
+        .replace(QLatin1Char('\n'), QLatin1String("\\n"));
+}
+
+class Exposition {
+public:
+    explicit Exposition(const QString& installed)
+        : label_(QStringLiteral("installed=\"%1\"").arg(LabelValue(installed))) {}
+
+    // One gauge with one sample, or none when `value` is negative and `optional`.
+    void Gauge(const char* name, const char* help, qint64 value, bool optional = false) {
+        if (optional && value < 0)
+            return;
+        Header(name, help);
+        Sample(name, QString(), value);
+    }
+    void Header(const char* name, const char* help) {
+        out_ += QStringLiteral("# HELP %1 %2\n# TYPE %1 gauge\n")
+                    .arg(QLatin1String(name), QLatin1String(help));
+    }
+    void Sample(const char* name, const QString& labels, qint64 value) {
+        out_ += QStringLiteral("%1{%2%3} %4\n").arg(QLatin1String(name), label_, labels).arg(value);
+    }
+    QString Text() const { return out_; }
+
+private:
+    const QString label_;
+    QString out_;
+};
+} // namespace
+
+QString RenderPrometheus(const Inspection& in) {
+    const Forecast& f = in.forecast;
+    Exposition e(in.files.installed);
+    e.Gauge("ravel_agent_running", "Whether a resident agent runs for the installed folder.",
+            in.agent.pid != 0);
+    e.Gauge("ravel_last_launch_timestamp_seconds",
+            "The updater's last launch, as the agent reads it.", in.record.nLastLaunchTime);
+    e.Gauge("ravel_cycle_end_timestamp_seconds", "The end of the update cycle.", f.cycleEnd);
+    e.Gauge("ravel_next_launch_earliest_timestamp_seconds",
+            "The earliest moment of the next launch; absent when none is foreseen.", f.earliest,
+            true);
+    e.Gauge("ravel_next_launch_latest_timestamp_seconds",
+            "The latest moment of the next launch; absent when none is foreseen.", f.latest, true);
+    e.Gauge("ravel_delay_round", "The delay round the schedule is in (1 to 3).",
+            in.record.nDelayTimes);
+    e.Gauge("ravel_interrupted_run", "Whether the last updater run was interrupted.",
+            in.record.bContinue != 0);
+    e.Header("ravel_verdict", "The verdict for the next check: 1 for the current one.");
+    for (int verdict = 0; verdict <= int(Verdict::WaitDelay); ++verdict)
+        e.Sample("ravel_verdict",
+                 QStringLiteral(",verdict=\"%1\"").arg(VerdictName(Verdict(verdict))),
+                 verdict == int(f.verdict));
+    e.Gauge("ravel_repairs_pending", "Settings values the next check repairs.", in.repairs.size());
+    e.Gauge("ravel_warnings", "Warnings about settings and files.", in.warnings.size());
+    e.Gauge("ravel_log_bytes", "The size of the agent's log; absent without a log.", in.logBytes,
+            true);
+    return e.Text();
 }

@@ -25,3 +25,11 @@ QString RenderText(const Inspection& inspection);
 //   "running" (boolean), "pid" (null when none), "port_listening" (boolean);
 //   "last_check": [the log's lines of the last check].
 QJsonObject RenderJson(const Inspection& inspection);
+
+// The same findings as Prometheus text exposition (for node_exporter's textfile collector), every
+// series labelled installed="<installed folder>": ravel_agent_running, ravel_last_launch_,
+// ravel_cycle_end_, ravel_next_launch_earliest_ and ravel_next_launch_latest_timestamp_seconds
+// (the two absent when no launch is foreseen), ravel_delay_round, ravel_interrupted_run,
+// ravel_verdict{verdict="..."} (1 for the verdict, 0 for every other), ravel_repairs_pending,
+// ravel_warnings and ravel_log_bytes (absent without a log), each with its HELP and TYPE lines.
+QString RenderPrometheus(const Inspection& inspection);

@@ -29,6 +29,7 @@ struct AgentProcess {
 // The lines of the last check in the log.
 struct LogTail {
     bool found = false;    // the log could be opened
+    qint64 bytes = -1;     // its size; -1 when it could not be opened
     QStringList lastCheck; // from its "ReadConfigInfo: Enter" to its "Sleep" (or end) line
 };
 
@@ -71,6 +72,7 @@ struct Inspection {
     QStringList warnings;
     QStringList lastCheck; // the log's lines of the last check; empty when none
     bool logFound = false;
+    qint64 logBytes = -1; // the log's size; -1 when there is none
 };
 
 // Reads everything about the product whose files are `files` (never writes), for the moment `at`.

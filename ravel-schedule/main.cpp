@@ -1,6 +1,7 @@
-// ravel-schedule INSTALLED_FOLDER [--at "yyyy-MM-dd hh:mm:ss"] [--json]: when does the agent of
-// this installed folder launch the updater next, and why. Reads only. Status 0 on success, 1 for
-// a folder that is not an installed folder, 2 for a bad command line.
+// ravel-schedule INSTALLED_FOLDER [--at "yyyy-MM-dd hh:mm:ss"] [--json | --prometheus [--output
+// FILE]]: when does the agent of this installed folder launch the updater next, and why. Reads
+// only (--output writes its one file). Status 0 on success, 1 for a folder that is not an
+// installed folder or an output that cannot be written, 2 for a bad command line.
 #include "Clock.h"
 #include "Locate.h"
 #include "Probe.h"
@@ -9,12 +10,13 @@
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QJsonDocument>
+#include <QSaveFile>
 
 #include <cstdio>
 
 namespace {
 const char kUsage[] = "usage: ravel-schedule INSTALLED_FOLDER [--at \"yyyy-MM-dd hh:mm:ss\"] "
-                      "[--json]";
+                      "[--json | --prometheus [--output FILE]]";
 
 int Fail(int status, const QString& message) {
     std::fprintf(stderr, "ravel-schedule: %s\n", message.toLocal8Bit().constData());
@@ -24,7 +26,8 @@ int Fail(int status, const QString& message) {
 struct Request {
     QString folder;
     QDateTime at;
-    bool json = false;
+    enum class Format { Text, Json, Prometheus } format = Format::Text;
+    QString output; // Prometheus only: the file, written whole or not at all; empty: stdout
 };
 
 void Describe(QCommandLineParser& parser) {
@@ -39,6 +42,12 @@ void Describe(QCommandLineParser& parser) {
                                                      "Tidewater.dat.");
     parser.addOption({"at", "Evaluate at this local time instead of now.", "yyyy-MM-dd hh:mm:ss"});
     parser.addOption({"json", "Print one JSON object instead of the text report."});
+    parser.addOption({"prometheus", "Print the findings as Prometheus metrics (text exposition), "
+                                    "for node_exporter's textfile collector."});
+    parser.addOption({"output",
+                      "With --prometheus: write the metrics to FILE instead, through a "
+                      "temporary file renamed over it.",
+                      "FILE"});
 }
 
 // The request, or the status to end with (0 after --help or --version, 2 for a usage error).
@@ -55,7 +64,14 @@ int Parse(QCommandLineParser& parser, Request& request) {
     if (folders.size() > 1)
         return Fail(2, QStringLiteral("unexpected argument \"%1\"\n%2").arg(folders[1], kUsage));
     request.folder = folders[0];
-    request.json = parser.isSet("json");
+    if (parser.isSet("json") && parser.isSet("prometheus"))
+        return Fail(2, QStringLiteral("--json and --prometheus exclude each other\n") + kUsage);
+    if (parser.isSet("output") && !parser.isSet("prometheus"))
+        return Fail(2, QStringLiteral("--output goes with --prometheus\n") + kUsage);
+    request.format = parser.isSet("json")         ? Request::Format::Json
+                     : parser.isSet("prometheus") ? Request::Format::Prometheus
+                                                  : Request::Format::Text;
+    request.output = parser.value("output");
     request.at = CurrentDateTime();
     if (parser.isSet("at")) {
         const QString text = parser.value("at");
@@ -66,6 +82,26 @@ int Parse(QCommandLineParser& parser, Request& request) {
                                .arg(text));
     }
     return -1;
+}
+QByteArray Rendered(const Inspection& inspection, Request::Format format) {
+    switch (format) {
+    case Request::Format::Json:
+        return QJsonDocument(RenderJson(inspection)).toJson();
+    case Request::Format::Prometheus:
+        return RenderPrometheus(inspection).toUtf8();
+    case Request::Format::Text:
+        break;
+    }
+    return RenderText(inspection).toLocal8Bit();
+}
+
+// Writes `bytes` to `path` through a temporary file beside it, renamed over it once whole, so
+// that a reader (the textfile collector) never sees half a file. 0, or 1 with a message.
+int WriteWhole(const QString& path, const QByteArray& bytes) {
+    QSaveFile file(path);
+    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size() || !file.commit())
+        return Fail(1, QStringLiteral("cannot write %1: %2").arg(path, file.errorString()));
+    return 0;
 }
 } // namespace
 
@@ -83,8 +119,9 @@ int main(int argc, char* argv[]) {
         return Fail(1, problem);
     const Inspection inspection =
         Evaluate(GatherFacts(files, request.at, ProbeAgent(files.installed)));
-    const QByteArray out = request.json ? QJsonDocument(RenderJson(inspection)).toJson()
-                                        : RenderText(inspection).toLocal8Bit();
+    const QByteArray out = Rendered(inspection, request.format);
+    if (!request.output.isEmpty())
+        return WriteWhole(request.output, out);
     std::fwrite(out.constData(), 1, size_t(out.size()), stdout);
     return 0;
 }

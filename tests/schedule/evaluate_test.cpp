@@ -13,7 +13,8 @@ const QDateTime kAt(QDate(2024, 3, 5), QTime(10, 30, 0));
 // A product whose files are all there and readable, settings as given (absent when not given).
 Facts Product(const std::map<Setting, QString>& settings = {}) {
     Facts facts;
-    facts.files = {"/p/", "/p/Tidewater.dat", "/d/", "/d/Brightwell/UserInfo.dat", "/d/log/ravel.log"};
+    facts.files = {"/p/", "/p/Tidewater.dat", "/d/", "/d/Brightwell/UserInfo.dat",
+                   "/d/log/ravel.log"};
     facts.duplicate = "/d/Brightwell";
     facts.at = kAt;
     for (const auto& [setting, text] : settings)
@@ -112,7 +113,8 @@ TEST(Evaluate, TheCheckAVerdictIsFor) {
     for (const Row& row : rows) {
         Facts facts = Product({{Setting::TimerMinutes, "60"}});
         facts.agent.pid = row.pid;
-        facts.log = {true, {row.logged}};
+        facts.log.found = true;
+        facts.log.lastCheck = QStringList{row.logged};
         const Inspection in = Evaluate(facts);
         EXPECT_EQ(QDateTime::fromSecsSinceEpoch(in.checkAt).toString("yyyy-MM-dd hh:mm:ss"),
                   row.checkAt)
@@ -127,9 +129,9 @@ TEST(Evaluate, RepairsNameWhatTheyReplace) {
     const Inspection in = Evaluate(facts);
     std::vector<std::string> repairs;
     for (const Inspection::Repair& r : in.repairs)
-        repairs.push_back((r.section + "/" + r.key + ": " + (r.from.isNull() ? "absent" : r.from) +
-                           " -> " + r.to)
-                              .toStdString());
+        repairs.push_back(
+            (r.section + "/" + r.key + ": " + (r.from.isNull() ? "absent" : r.from) + " -> " + r.to)
+                .toStdString());
     EXPECT_THAT(repairs, ElementsAre("UpdateStrategy/Strategy: circle -> cycle",
                                      "UpdateInfo/LastStatus: absent -> ready"));
     EXPECT_THAT(Evaluate(Product()).repairs, IsEmpty());

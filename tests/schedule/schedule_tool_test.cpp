@@ -80,16 +80,20 @@ std::string User(const AgentPlace& place, const char* section, const char* key) 
 }
 } // namespace
 
-TEST(Inspector, EachVerdictIsWhatTheAgentThenDoes) {
+namespace {
+// One installed product per verdict: the settings and the user's schedule that lead to it, what
+// the agent then logs, in order, and whether it launches.
+struct VerdictRow {
+    const char* verdict;
+    Settings settings, user;
+    std::vector<std::string> logged; // by the agent afterwards, in order
+    bool launches;
+};
+
+std::vector<VerdictRow> VerdictRows() {
     const QString now = QDateTime::currentDateTime().toString(kFormat);
-    struct Row {
-        const char* verdict;
-        Settings settings, user;
-        std::vector<std::string> logged; // by the agent afterwards, in order
-        bool launches;
-    };
     const std::string ready = "Time is Ready, Try to Launch("; // the updater's path follows
-    const Row rows[] = {
+    return {
         {"launch",
          {},
          {{"UpdateStrategy", {{"Strategy", "circle"}}}},
@@ -124,7 +128,13 @@ TEST(Inspector, EachVerdictIsWhatTheAgentThenDoes) {
          {"Missed UpdateTime, DelayTimes=2", ready},
          true},
     };
-    for (const Row& row : rows) {
+}
+} // namespace
+
+TEST(Inspector, EachVerdictIsWhatTheAgentThenDoes) {
+    const std::string ready = "Time is Ready, Try to Launch("; // the updater's path follows
+    const std::vector<VerdictRow> rows = VerdictRows();
+    for (const VerdictRow& row : rows) {
         SCOPED_TRACE(row.verdict + (" " + row.logged[0]));
         AgentPlace place;
         place.LayOutInstalled(row.settings, row.user);
@@ -169,7 +179,7 @@ TEST(Inspector, EachVerdictIsWhatTheAgentThenDoes) {
             EXPECT_EQ(Seconds(json["earliest"]), at + 36000);
             EXPECT_EQ(latest, at + 72000);
         }
-        if (&row == rows) { // the repair announced, then written by the agent
+        if (&row == &rows[0]) { // the repair announced, then written by the agent
             EXPECT_EQ(
                 QJsonDocument(json["repairs"].toArray()).toJson(QJsonDocument::Compact),
                 R"([{"from":"circle","key":"Strategy","section":"UpdateStrategy","to":"cycle"}])");
@@ -213,7 +223,8 @@ TEST(Inspector, RepairsWarningsAndBadCommandLines) {
     EXPECT_EQ(QFileInfo::exists(derived), existed);
 
     const std::string usage =
-        "usage: ravel-schedule INSTALLED_FOLDER [--at \"yyyy-MM-dd hh:mm:ss\"] [--json]\n";
+        "usage: ravel-schedule INSTALLED_FOLDER [--at \"yyyy-MM-dd hh:mm:ss\"] [--json | "
+        "--prometheus [--output FILE]]\n";
     struct Bad {
         const char* what;
         QStringList args;
@@ -341,4 +352,80 @@ TEST(Inspector, ARepeatedHourLastLaunchEndsItsCycleADayAfterItsFirstOccurrence) 
         EXPECT_EQ(run.json["verdict"], "wait-cycle") << zone;
         EXPECT_EQ(run.json["cycle_end"].toString().toStdString(), cycleEnd) << zone;
     }
+}
+
+// The metrics for every verdict, read by Prometheus' own parser (Debian's
+// python3-prometheus-client), agree with the JSON report; the file is written whole, and a file in
+// a missing folder is refused.
+TEST(Inspector, PrometheusMetricsAgreeWithTheJsonReport) {
+    // Prints "name{labels} value" per sample, labels sorted, as the parser read them.
+    const QString parse = "import sys\n"
+                          "from prometheus_client.parser import text_string_to_metric_families\n"
+                          "for f in text_string_to_metric_families(open(sys.argv[1]).read()):\n"
+                          "    for s in f.samples:\n"
+                          "        print(s.name, sorted(s.labels.items()), int(s.value))\n";
+    for (const VerdictRow& row : VerdictRows()) {
+        SCOPED_TRACE(row.verdict);
+        AgentPlace place;
+        place.LayOutInstalled(row.settings, row.user);
+        const QString at = QDateTime::currentDateTime().toString(kFormat);
+        const QString prom = place.root + "metrics.prom";
+        const ToolRun json = Inspect({place.inst, "--json", "--at", at});
+        const ToolRun run = Inspect({place.inst, "--prometheus", "--output", prom, "--at", at});
+        ASSERT_EQ(run.status, 0) << run.err;
+        EXPECT_EQ(run.out, "");
+        QProcess python;
+        python.start(DEBIAN_PYTHON3, {"-c", parse, prom});
+        ASSERT_TRUE(python.waitForFinished(60000));
+        ASSERT_EQ(python.exitCode(), 0) << python.readAllStandardError().toStdString();
+        std::map<std::string, qint64> values; // by name and verdict label
+        for (const QString& line :
+             QString(python.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts)) {
+            const QStringList fields = line.split(' ');
+            const QString name = fields.first(), value = fields.last();
+            EXPECT_TRUE(line.contains("('installed', '" + place.inst + "')")) << line.toStdString();
+            const int verdict = line.indexOf("('verdict', '");
+            values[(name +
+                    (verdict < 0 ? QString() : ":" + line.mid(verdict + 13).section('\'', 0, 0)))
+                       .toStdString()] = value.toLongLong();
+        }
+        const QJsonObject& j = json.json;
+        const QJsonObject schedule = j["schedule"].toObject();
+        EXPECT_EQ(values["ravel_agent_running"], j["running"].toBool() ? 1 : 0);
+        EXPECT_EQ(values["ravel_last_launch_timestamp_seconds"], Seconds(schedule["last_launch"]));
+        EXPECT_EQ(values["ravel_cycle_end_timestamp_seconds"], Seconds(j["cycle_end"]));
+        for (const char* bound : {"earliest", "latest"}) {
+            const std::string name =
+                std::string("ravel_next_launch_") + bound + "_timestamp_seconds";
+            EXPECT_EQ(values.count(name), j[bound].isNull() ? 0u : 1u) << bound;
+            if (!j[bound].isNull()) {
+                EXPECT_EQ(values[name], Seconds(j[bound])) << bound;
+            }
+        }
+        EXPECT_EQ(values["ravel_delay_round"], schedule["delay_round"].toInteger());
+        EXPECT_EQ(values["ravel_interrupted_run"], schedule["interrupted"].toBool() ? 1 : 0);
+        for (const char* verdict :
+             {"ends", "never", "held", "resume", "launch", "wait-cycle", "wait-delay"})
+            EXPECT_EQ(values[std::string("ravel_verdict:") + verdict],
+                      verdict == row.verdict ? 1 : 0)
+                << verdict;
+        EXPECT_EQ(values["ravel_repairs_pending"], j["repairs"].toArray().size());
+        EXPECT_EQ(values["ravel_warnings"], j["warnings"].toArray().size());
+        EXPECT_EQ(values.count("ravel_log_bytes"), 0u) << "no log yet";
+    }
+    // Escaped labels; a missing folder: refused, nothing written.
+    AgentPlace place;
+    place.LayOutInstalled();
+    const QString odd = place.root + "a \"quoted\\ folder/";
+    QDir().mkpath(odd);
+    for (const QString& entry : QDir(place.inst).entryList(QDir::AllEntries | QDir::NoDotAndDotDot))
+        QFile::rename(place.inst + entry, odd + entry);
+    const ToolRun escaped = Inspect({odd, "--prometheus"});
+    EXPECT_THAT(escaped.out,
+                HasSubstr("ravel_agent_running{installed=\"" + place.root.toStdString() +
+                          "a \\\"quoted\\\\ folder/\"} 0\n"));
+    const ToolRun missing = Inspect({odd, "--prometheus", "--output", place.root + "none/m.prom"});
+    EXPECT_EQ(missing.status, 1);
+    EXPECT_THAT(missing.err, HasSubstr("cannot write " + place.root.toStdString() + "none/m.prom"));
+    EXPECT_FALSE(QFileInfo::exists(place.root + "none"));
 }
