@@ -2,6 +2,7 @@
 #include "Report.h"
 
 #include "FileLayout.h"
+#include "LogTexts.h"
 
 #include <climits>
 
@@ -48,21 +49,88 @@ QString FileWarning(FileState state, const char* name, const QString& path) {
         .arg(QLatin1String(name), QLatin1String(problems[int(state)]), path);
 }
 
-// Without RunWithSystem the agent checks its files at start and ends when one is missing.
-QStringList StartWarnings(const Facts& facts, const ScheduleSettings& settings) {
-    QStringList warnings;
+QString Formatted(const char* format, const QString& argument) {
+    return QString::asprintf(format, argument.toUtf8().constData());
+}
+
+// A failure of the start-up steps before the log opens: the duplicate folder cannot be made.
+bool FolderFailure(const Facts& facts, StartFailure& failure) {
+    failure.where = QStringLiteral("standard error");
+    if (!facts.dataFolderMakeable) {
+        failure.reason = QStringLiteral("no data folder is given (\"DupInfo\"/\"DuplicatePath\") "
+                                        "and this account cannot make %1")
+                             .arg(facts.files.dataFolder);
+        failure.messages = {QStringLiteral("MXPSCreatePath: ") + logtext::kMakeDirectoryFailed,
+                            logtext::kDuplicatePathFailed};
+        return true;
+    }
+    if (!facts.duplicateMakeable) {
+        failure.reason =
+            QStringLiteral("this account cannot make the duplicate folder %1").arg(facts.duplicate);
+        failure.messages = {logtext::kDuplicatePathFailed};
+        return true;
+    }
+    return false;
+}
+
+// Without RunWithSystem the agent checks its files at start: the installed copy the updater and
+// UpdateInfo.dat (Tidewater.dat too, but without it RunWithSystem reads as on), the resident copy
+// then UserInfo.dat; the first one missing ends that copy.
+bool FileFailure(const Facts& facts, const ScheduleSettings& settings, StartFailure& failure) {
     if (settings.runWithSystem)
-        return warnings;
-    const std::pair<bool, QString> files[] = {
-        {facts.updaterPresent, facts.files.installed + QLatin1String(TIDEWATER_EXE)},
-        {facts.userInfoPresent, facts.files.userInfo},
-        {facts.settingsPresent, facts.files.settings},
-        {facts.componentsPresent, facts.files.installed + QLatin1String(UPDATE_INFO_DAT)}};
-    for (const auto& [present, path] : files)
-        if (!present)
-            warnings << QStringLiteral("RunWithSystem is off and %1 is missing: the agent ends at "
-                                       "start-up with status 255, before any check")
-                            .arg(path);
+        return false;
+    failure.where = QStringLiteral("the log");
+    const QString updater = facts.files.installed + QLatin1String(TIDEWATER_EXE);
+    const QString components = facts.files.installed + QLatin1String(UPDATE_INFO_DAT);
+    const QString missing = QStringLiteral("RunWithSystem is off and %1 is missing: the %2 copy "
+                                           "checks it at start and ends with status 255");
+    if (!facts.updaterPresent || !facts.componentsPresent) {
+        const bool noUpdater = !facts.updaterPresent; // checked first
+        failure.reason = missing.arg(noUpdater ? updater : components, "installed");
+        failure.messages = {noUpdater ? Formatted(logtext::kExeFileMissing, updater)
+                                      : Formatted(logtext::kConfigFileMissing, components),
+                            logtext::kOriginalInitFailed};
+        return true;
+    }
+    if (!facts.userInfoPresent) {
+        failure.reason = missing.arg(facts.files.userInfo, "resident") +
+                         QStringLiteral(" (the installed copy hands over and ends with 0)");
+        failure.messages = {Formatted(logtext::kConfigFileMissing, facts.files.userInfo),
+                            logtext::kDuplicateInitFailed};
+        return true;
+    }
+    return false;
+}
+
+// Why an agent started now would end at start, if it would.
+bool StartFailureOf(const Facts& facts, const ScheduleSettings& settings, StartFailure& failure) {
+    if (!facts.bundlePresent) {
+        failure.reason = QStringLiteral("%1 is missing: nothing starts an agent from this folder")
+                             .arg(facts.files.installed + QLatin1String(RAVEL_EXE_FILE_NAME) +
+                                  QLatin1String(MAC_APP_PATH));
+        failure.status = -1;
+        return true;
+    }
+    return FolderFailure(facts, failure) || FileFailure(facts, settings, failure);
+}
+
+// Things that make a start or a launch go wrong although the agent starts.
+QStringList SetUpWarnings(const Facts& facts, const Forecast& forecast) {
+    QStringList warnings;
+    for (const QString& library : facts.foreignLibraries)
+        warnings << QStringLiteral("%1 is in the duplicate folder but not in the installed folder: "
+                                   "the resident copy may load it before the system's, and a "
+                                   "foreign library there can make every hand-over fail")
+                        .arg(library);
+    if (!facts.files.stored && facts.files.displayName.isEmpty())
+        warnings << QStringLiteral("UpdateInfo.dat names no main component's display name: the "
+                                   "agent takes %1 as its data folder, shared with every other "
+                                   "product without one")
+                        .arg(facts.files.dataFolder);
+    if (forecast.verdict == Verdict::Held)
+        warnings << QStringLiteral("\"DelayTime\" is absent with AutoCheckNow 0, so the updater is "
+                                   "never started: the installer (or the updater, after each run) "
+                                   "must write \"DelayInfo\"/\"DelayTime\" 0 to UserInfo.dat");
     return warnings;
 }
 
@@ -90,7 +158,7 @@ QStringList Warnings(const Facts& facts, const ScheduleSettings& settings) {
           FileWarning(facts.userInfoFile, "UserInfo.dat", facts.files.userInfo)})
         if (!warning.isEmpty())
             warnings << warning;
-    return warnings + StartWarnings(facts, settings) + WriteWarnings(facts);
+    return warnings + WriteWarnings(facts);
 }
 
 // The values the next check's reading would write back, each with the text it replaces.
@@ -124,6 +192,12 @@ Inspection Evaluate(const Facts& facts) {
     in.logBytes = facts.log.bytes;
     in.checkAt = NextCheck(facts, in.settings);
     in.forecast = Foresee(in.record, in.settings, in.checkAt, facts.agent.pid == 0);
-    in.warnings = Warnings(facts, in.settings);
+    in.warnings = Warnings(facts, in.settings) + SetUpWarnings(facts, in.forecast);
+    in.failsAtStart = facts.agent.pid == 0 && StartFailureOf(facts, in.settings, in.startFailure);
     return in;
+}
+
+QString VerdictText(const Inspection& inspection) {
+    return inspection.failsAtStart ? QStringLiteral("fails-at-start")
+                                   : QLatin1String(VerdictName(inspection.forecast.verdict));
 }

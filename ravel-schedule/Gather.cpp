@@ -7,6 +7,7 @@
 #include "LogTail.h"
 #include "MarkupSTL.h"
 
+#include <QDir>
 #include <QFileInfo>
 #include <QVariant>
 #include <unistd.h>
@@ -34,6 +35,34 @@ FileState StateOf(const QString& path) {
 bool Writable(const QString& path) {
     return access(QFile::encodeName(path).constData(), W_OK) == 0;
 }
+
+// Whether this account could make the folder `path` with every missing level: it exists, or its
+// nearest existing ancestor is a folder this account may add to.
+bool Makeable(const QString& path) {
+    QString level = QDir::cleanPath(path);
+    while (!QFileInfo::exists(level) && level != QDir::rootPath() && !level.isEmpty())
+        level = QFileInfo(level).path();
+    const QFileInfo existing(level);
+    if (!existing.isDir())
+        return false;
+    return QDir::cleanPath(path) == level ||
+           access(QFile::encodeName(level).constData(), W_OK | X_OK) == 0;
+}
+
+bool IsLibrary(const QString& name) {
+    return name.startsWith(QLatin1String("lib")) &&
+           (name.endsWith(QLatin1String(".dylib")) || name.contains(QLatin1String(".so")));
+}
+
+// Libraries in the duplicate folder that the installed folder does not hold.
+QStringList ForeignLibraries(const QString& installed, const QString& duplicate) {
+    QStringList foreign;
+    const QDir folder(duplicate);
+    for (const QString& name : folder.entryList(QDir::Files | QDir::Hidden, QDir::Name))
+        if (IsLibrary(name) && !QFileInfo::exists(installed + name))
+            foreign << folder.filePath(name);
+    return foreign;
+}
 } // namespace
 
 Facts GatherFacts(const AgentFiles& files, const QDateTime& at, const AgentProcess& agent) {
@@ -56,6 +85,11 @@ Facts GatherFacts(const AgentFiles& files, const QDateTime& at, const AgentProce
     facts.duplicate = QFileInfo(files.userInfo).path();
     facts.duplicateWritable = !QFileInfo::exists(facts.duplicate) || Writable(facts.duplicate);
     facts.userInfoWritable = !facts.userInfoPresent || Writable(files.userInfo);
+    facts.dataFolderMakeable = files.stored || Makeable(files.dataFolder);
+    facts.duplicateMakeable = Makeable(facts.duplicate);
+    facts.bundlePresent = QFileInfo::exists(files.installed + QLatin1String(RAVEL_EXE_FILE_NAME) +
+                                            QLatin1String(MAC_APP_PATH));
+    facts.foreignLibraries = ForeignLibraries(files.installed, facts.duplicate);
     facts.log = ReadLogTail(files.log);
     return facts;
 }

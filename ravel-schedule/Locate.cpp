@@ -48,6 +48,7 @@ bool LocateInstalled(const QString& folder, AgentFiles& files, QString& problem)
         return false;
     }
     const AgentPlaces places = LocateAgentPlaces(installed);
-    files = {places.installed, places.settings, places.dataFolder, places.userInfo, places.log};
+    files = {places.installed, places.settings, places.dataFolder, places.userInfo,
+             places.log,       places.stored,   places.displayName};
     return true;
 }

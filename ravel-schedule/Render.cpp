@@ -44,10 +44,31 @@ QString PathText(const Forecast& f, const ScheduleSettings& s, bool over) {
     return QStringLiteral("no check comes after it");
 }
 
+QString StartFailureReason(const StartFailure& failure) {
+    if (failure.status < 0)
+        return QStringLiteral("it never starts: ") + failure.reason;
+    return QStringLiteral("it ends at start, with status %1, before any check: %2")
+        .arg(failure.status)
+        .arg(failure.reason);
+}
+
+// A cycle that is over because the last launch lies after the check: the reason says so.
+QString OverReason(const Inspection& in) {
+    const Forecast& f = in.forecast;
+    const QString then = PathText(f, in.settings, true);
+    if (f.record.nLastLaunchTime > in.checkAt)
+        return QStringLiteral("the last launch, %1, lies after the check, and a last launch in the "
+                              "future counts as a cycle that is over; %2")
+            .arg(Moment(f.record.nLastLaunchTime), then);
+    return QStringLiteral("the cycle ended at %1; %2").arg(Moment(f.cycleEnd), then);
+}
+
 QString Reason(const Inspection& in) {
     const Forecast& f = in.forecast;
     const QString status = in.texts[int(Setting::LastStatus)];
     const QString end = Moment(f.cycleEnd);
+    if (in.failsAtStart)
+        return StartFailureReason(in.startFailure);
     switch (f.verdict) {
     case Verdict::Ends:
         return QStringLiteral("the strategy is \"never\" and RunWithSystem is off: the agent ends "
@@ -70,7 +91,7 @@ QString Reason(const Inspection& in) {
             .arg(status);
     case Verdict::Launch:
     case Verdict::WaitDelay:
-        return QStringLiteral("the cycle ended at %1; %2").arg(end, PathText(f, in.settings, true));
+        return OverReason(in);
     case Verdict::WaitCycle:
         return QStringLiteral("the cycle ends at %1; then %2")
             .arg(end, PathText(f, in.settings, false));
@@ -125,7 +146,7 @@ public:
     }
     void Verdict() {
         const Forecast& f = in_.forecast;
-        Line(QStringLiteral("Verdict: %1").arg(QLatin1String(VerdictName(f.verdict))));
+        Line(QStringLiteral("Verdict: %1").arg(VerdictText(in_)));
         Line((in_.agent.pid ? QStringLiteral("  For the running agent's next check, at %1:")
                             : QStringLiteral("  No agent runs; for one that starts at %1:"))
                  .arg(Moment(in_.checkAt)));
@@ -135,7 +156,12 @@ public:
                      .arg(f.record.nDelayTimes - 1)
                      .arg(f.record.nDelayTimes));
         Line(QStringLiteral("  ") + Reason(in_) + QLatin1Char('.'));
-        if (f.earliest < 0)
+        if (in_.failsAtStart && !in_.startFailure.messages.isEmpty()) {
+            Line(QStringLiteral("  It writes to %1:").arg(in_.startFailure.where));
+            for (const QString& message : in_.startFailure.messages)
+                Line(QStringLiteral("    ") + message);
+        }
+        if (f.earliest < 0 || in_.failsAtStart)
             Line(QStringLiteral("  Next launch: none foreseen."));
         else if (f.earliest == f.latest)
             Line(QStringLiteral("  Next launch: at %1.").arg(Moment(f.earliest)));
@@ -220,17 +246,18 @@ QJsonObject RenderJson(const Inspection& in) {
         {"time_random_range", qint64(s.timeRandomRange)},
         {"timer_minutes", qint64(s.timerMinutes)},
         {"run_with_system", s.runWithSystem}};
-    return QJsonObject{
+    const bool launches = f.earliest >= 0 && !in.failsAtStart;
+    QJsonObject report{
         {"installed", in.files.installed},
         {"user_info", in.files.userInfo},
         {"log", in.files.log},
         {"at", in.at.toString(QLatin1String(kDateFormat))},
         {"check_at", Moment(in.checkAt)},
-        {"verdict", VerdictName(f.verdict)},
+        {"verdict", VerdictText(in)},
         {"reason", Reason(in)},
         {"cycle_end", Moment(f.cycleEnd)},
-        {"earliest", moment(f.earliest)},
-        {"latest", moment(f.latest)},
+        {"earliest", launches ? moment(f.earliest) : QJsonValue(QJsonValue::Null)},
+        {"latest", launches ? moment(f.latest) : QJsonValue(QJsonValue::Null)},
         {"missed", f.missed},
         {"schedule", schedule},
         {"repairs", repairs},
@@ -239,6 +266,13 @@ QJsonObject RenderJson(const Inspection& in) {
         {"pid", in.agent.pid ? QJsonValue(in.agent.pid) : QJsonValue(QJsonValue::Null)},
         {"port_listening", in.agent.listening},
         {"last_check", QJsonArray::fromStringList(in.lastCheck)}};
+    if (in.failsAtStart)
+        report["start_failure"] = QJsonObject{
+            {"messages", QJsonArray::fromStringList(in.startFailure.messages)},
+            {"where", in.startFailure.where},
+            {"status", in.startFailure.status < 0 ? QJsonValue(QJsonValue::Null)
+                                                  : QJsonValue(in.startFailure.status)}};
+    return report;
 }
 
 namespace {
@@ -284,20 +318,24 @@ QString RenderPrometheus(const Inspection& in) {
     e.Gauge("ravel_last_launch_timestamp_seconds",
             "The updater's last launch, as the agent reads it.", in.record.nLastLaunchTime);
     e.Gauge("ravel_cycle_end_timestamp_seconds", "The end of the update cycle.", f.cycleEnd);
+    const bool launches = f.earliest >= 0 && !in.failsAtStart;
     e.Gauge("ravel_next_launch_earliest_timestamp_seconds",
-            "The earliest moment of the next launch; absent when none is foreseen.", f.earliest,
-            true);
+            "The earliest moment of the next launch; absent when none is foreseen.",
+            launches ? f.earliest : -1, true);
     e.Gauge("ravel_next_launch_latest_timestamp_seconds",
-            "The latest moment of the next launch; absent when none is foreseen.", f.latest, true);
+            "The latest moment of the next launch; absent when none is foreseen.",
+            launches ? f.latest : -1, true);
     e.Gauge("ravel_delay_round", "The delay round the schedule is in (1 to 3).",
             in.record.nDelayTimes);
     e.Gauge("ravel_interrupted_run", "Whether the last updater run was interrupted.",
             in.record.bContinue != 0);
     e.Header("ravel_verdict", "The verdict for the next check: 1 for the current one.");
+    QStringList verdicts;
     for (int verdict = 0; verdict <= int(Verdict::WaitDelay); ++verdict)
-        e.Sample("ravel_verdict",
-                 QStringLiteral(",verdict=\"%1\"").arg(VerdictName(Verdict(verdict))),
-                 verdict == int(f.verdict));
+        verdicts << QLatin1String(VerdictName(Verdict(verdict)));
+    for (const QString& verdict : verdicts << QStringLiteral("fails-at-start"))
+        e.Sample("ravel_verdict", QStringLiteral(",verdict=\"%1\"").arg(verdict),
+                 verdict == VerdictText(in));
     e.Gauge("ravel_repairs_pending", "Settings values the next check repairs.", in.repairs.size());
     e.Gauge("ravel_warnings", "Warnings about settings and files.", in.warnings.size());
     e.Gauge("ravel_log_bytes", "The size of the agent's log; absent without a log.", in.logBytes,

@@ -12,11 +12,13 @@
 
 // Where the agent's files for one installed folder are (see LocateAgentPlaces).
 struct AgentFiles {
-    QString installed;  // ending with "/"
-    QString settings;   // Tidewater.dat
-    QString dataFolder; // from "DupInfo"/"DuplicatePath" or the display name, ending with "/"
-    QString userInfo;   // dataFolder + "Brightwell/UserInfo.dat"
-    QString log;        // dataFolder + "log/ravel.log"
+    QString installed;   // ending with "/"
+    QString settings;    // Tidewater.dat
+    QString dataFolder;  // from "DupInfo"/"DuplicatePath" or the display name, ending with "/"
+    QString userInfo;    // dataFolder + "Brightwell/UserInfo.dat"
+    QString log;         // dataFolder + "log/ravel.log"
+    bool stored = true;  // the data folder is "DupInfo"/"DuplicatePath" (else made from the name)
+    QString displayName; // of the main component, when no data folder is stored
 };
 
 // Whether a resident agent runs for the folder, found without connecting to it.
@@ -52,6 +54,19 @@ struct Facts {
     // The duplicate folder (UserInfo.dat's) and UserInfo.dat: writable by this account, or absent.
     QString duplicate;
     bool duplicateWritable = true, userInfoWritable = true;
+    // Whether the agent, run by this account, could make the data folder it names when none is
+    // stored, and the duplicate folder in it (both true when they exist).
+    bool dataFolderMakeable = true, duplicateMakeable = true;
+    bool bundlePresent = true;    // ravel.app/Contents/MacOS/ravel in the installed folder
+    QStringList foreignLibraries; // in the duplicate folder, not in the installed folder
+};
+
+// Why an agent started now would end before its first check, and what it would print.
+struct StartFailure {
+    QString reason;
+    QStringList messages; // in order, as printed (store messages without their time stamp)
+    QString where;        // "standard error" or "the log"
+    int status = 255;     // of the copy that fails; -1 when nothing can start it
 };
 
 // Everything the tool says.
@@ -72,8 +87,13 @@ struct Inspection {
     QStringList warnings;
     QStringList lastCheck; // the log's lines of the last check; empty when none
     bool logFound = false;
-    qint64 logBytes = -1; // the log's size; -1 when there is none
+    qint64 logBytes = -1;      // the log's size; -1 when there is none
+    bool failsAtStart = false; // an agent started now ends before its first check (no agent runs)
+    StartFailure startFailure;
 };
+
+// "fails-at-start" when an agent started now would end at start, else the forecast's verdict.
+QString VerdictText(const Inspection& inspection);
 
 // Reads everything about the product whose files are `files` (never writes), for the moment `at`.
 Facts GatherFacts(const AgentFiles& files, const QDateTime& at, const AgentProcess& agent);

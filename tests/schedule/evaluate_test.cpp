@@ -13,8 +13,9 @@ const QDateTime kAt(QDate(2024, 3, 5), QTime(10, 30, 0));
 // A product whose files are all there and readable, settings as given (absent when not given).
 Facts Product(const std::map<Setting, QString>& settings = {}) {
     Facts facts;
-    facts.files = {"/p/", "/p/Tidewater.dat", "/d/", "/d/Brightwell/UserInfo.dat",
-                   "/d/log/ravel.log"};
+    facts.files = {
+        "/p/", "/p/Tidewater.dat", "/d/", "/d/Brightwell/UserInfo.dat", "/d/log/ravel.log",
+        true,  QString()};
     facts.duplicate = "/d/Brightwell";
     facts.at = kAt;
     for (const auto& [setting, text] : settings)
@@ -66,12 +67,7 @@ TEST(Evaluate, WarningsSayWhatHurtsAndWhy) {
          {"Tidewater.dat holds no settings (/p/Tidewater.dat): the agent reads the defaults",
           "UserInfo.dat cannot be read (/d/Brightwell/UserInfo.dat): the agent reads the "
           "defaults"}},
-        {"files missing without RunWithSystem",
-         noFiles,
-         {"RunWithSystem is off and /p/Tidewater.app/Contents/MacOS/Tidewater is missing: the "
-          "agent ends at start-up with status 255, before any check",
-          "RunWithSystem is off and /p/UpdateInfo.dat is missing: the agent ends at start-up "
-          "with status 255, before any check"}},
+        {"files missing without RunWithSystem (a start failure, not a warning)", noFiles, {}},
         {"a data folder it cannot write",
          readOnly,
          {"the agent could not write its data folder /d/Brightwell: UserInfo.dat cannot be "

@@ -202,15 +202,11 @@ TEST(Inspector, RepairsWarningsAndBadCommandLines) {
                       HasSubstr("\"LogSwitch\" is 0: the agent writes no log")));
     // A timer that is never armed; a malformed UserInfo.dat reads as defaults, with a warning.
     WriteConfigure("UpdateSetting", "TimerMinutes", "35792", place.inst + "Tidewater.dat");
-    WriteConfigure("UpdateSetting", "RunWithSystem", "0", place.inst + "Tidewater.dat");
-    QFile::remove(QString::fromStdString(place.updater));
     WriteAll(place.dup + "UserInfo.dat", "not xml");
     json = InspectUnchanged(place);
     EXPECT_THAT(json["warnings"].toVariant().toStringList().join("\n").toStdString(),
                 AllOf(HasSubstr("the timer is never armed and only the first check runs"),
-                      HasSubstr("UserInfo.dat holds no settings"),
-                      HasSubstr("RunWithSystem is off and " + place.updater +
-                                " is missing: the agent ends at start-up")));
+                      HasSubstr("UserInfo.dat holds no settings")));
     EXPECT_EQ(json["verdict"], "wait-cycle"); // a first cycle from now; no check after it
     EXPECT_TRUE(json["latest"].isNull());
 
@@ -428,4 +424,143 @@ TEST(Inspector, PrometheusMetricsAgreeWithTheJsonReport) {
     EXPECT_EQ(missing.status, 1);
     EXPECT_THAT(missing.err, HasSubstr("cannot write " + place.root.toStdString() + "none/m.prom"));
     EXPECT_FALSE(QFileInfo::exists(place.root + "none"));
+}
+
+namespace {
+struct ProcessRun {
+    int status;
+    std::string out, err;
+};
+
+// A program run to its end, as the account `uid` (0: this one).
+ProcessRun RunAs(uid_t uid, const QString& program, const QStringList& args) {
+    QProcess process;
+    if (uid == 0)
+        process.start(program, args);
+    else
+        process.start("setpriv",
+                      QStringList{"--reuid=" + QString::number(uid),
+                                  "--regid=" + QString::number(uid), "--clear-groups", program} +
+                          args);
+    process.waitForFinished(120000);
+    return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
+            process.readAllStandardOutput().toStdString(),
+            process.readAllStandardError().toStdString()};
+}
+
+// The exit status of a child of this process (the resident copy a hand-over started, made ours
+// by the harness) once it has ended; -1 when none ends in time.
+int EndedChildStatus() {
+    int status = 0;
+    for (int i = 0; i < 2400; ++i, usleep(50000))
+        if (waitpid(-1, &status, WNOHANG) > 0)
+            return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return -1;
+}
+} // namespace
+
+// Each way the agent can end at start: ravel-schedule names it, with the agent's own messages, and
+// the agent started on the same folder then ends with those messages and that status.
+TEST(Inspector, AStartThatFailsIsForeseenWithTheAgentsOwnMessages) {
+    const uid_t nobody = 65534; // may not make the shared data root
+    struct Row {
+        const char* what;
+        std::function<void(AgentPlace&)> arrange;
+        uid_t uid;
+        bool resident; // the resident copy fails; the installed copy hands over with 0
+        std::vector<std::string> messages;
+    };
+    const auto setting = [](const char* section, const char* key, const char* value) {
+        return [=](AgentPlace& place) {
+            WriteConfigure(section, key, value, place.inst + "Tidewater.dat");
+        };
+    };
+    const Row rows[] = {
+        {"no data folder given, and the data root cannot be made",
+         [](AgentPlace& place) {
+             WriteConfigure("DupInfo", "DuplicatePath", "", place.inst + "Tidewater.dat");
+             chmod(place.root.toLocal8Bit().constData(), 0755); // readable by the other account
+         },
+         nobody,
+         false,
+         {"MXPSCreatePath: Make directory failed.", "Duplicate path is empty or it's not a path."}},
+        {"a data folder under a file",
+         [](AgentPlace& place) {
+             WriteConfigure("DupInfo", "DuplicatePath", place.inst + "libx.so/data/",
+                            place.inst + "Tidewater.dat");
+         },
+         0,
+         false,
+         {"Duplicate path is empty or it's not a path."}},
+        {"no updater without RunWithSystem",
+         [&](AgentPlace& place) {
+             setting("UpdateSetting", "RunWithSystem", "0")(place);
+             QFile::remove(QString::fromStdString(place.updater));
+         },
+         0,
+         false,
+         {"ExeFile<%I%Tidewater.app/Contents/MacOS/Tidewater> not exist",
+          "Original InitFilePath Failed"}},
+        {"no UpdateInfo.dat without RunWithSystem",
+         [&](AgentPlace& place) {
+             setting("UpdateSetting", "RunWithSystem", "0")(place);
+             QFile::remove(place.inst + "UpdateInfo.dat");
+         },
+         0,
+         false,
+         {"ConfigFile<%I%UpdateInfo.dat> not exist", "Original InitFilePath Failed"}},
+        {"no UserInfo.dat without RunWithSystem",
+         [&](AgentPlace& place) {
+             setting("UpdateSetting", "RunWithSystem", "0")(place);
+             QFile::remove(place.dup + "UserInfo.dat");
+         },
+         0,
+         true,
+         {"ConfigFile<%D%UserInfo.dat> not exist", "Duplicate InitFilePath Failed"}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.what);
+        AgentPlace place;
+        place.LayOutInstalled();
+        row.arrange(place);
+        std::vector<std::string> messages;
+        for (std::string message : row.messages) // the folders, as the agent names them
+            messages.push_back(QString::fromStdString(message)
+                                   .replace("%I%", place.inst)
+                                   .replace("%D%", place.dup)
+                                   .toStdString());
+        const ProcessRun tool = RunAs(row.uid, RAVEL_SCHEDULE_BUILT, {place.inst, "--json"});
+        const QJsonObject json =
+            QJsonDocument::fromJson(QByteArray::fromStdString(tool.out)).object();
+        ASSERT_EQ(tool.status, 0) << tool.err;
+        EXPECT_EQ(json["verdict"], "fails-at-start");
+        EXPECT_TRUE(json["earliest"].isNull());
+        const QJsonObject failure = json["start_failure"].toObject();
+        std::vector<std::string> announced;
+        for (const QJsonValue& message : failure["messages"].toArray())
+            announced.push_back(message.toString().toStdString());
+        EXPECT_EQ(announced, messages);
+        EXPECT_EQ(failure["status"], 255);
+
+        const ProcessRun agent = RunAs(row.uid, QString::fromStdString(place.installedExe), {});
+        EXPECT_EQ(agent.status, row.resident ? 0 : 255) << agent.err;
+        if (row.resident) {
+            EXPECT_EQ(EndedChildStatus(), 255) << "the resident copy";
+        }
+        if (failure["where"] == "standard error") {
+            for (const std::string& message : messages)
+                EXPECT_THAT(agent.err, HasSubstr(message + "\n"));
+        } else {
+            EXPECT_TRUE(place.Logged(messages));
+        }
+    }
+    // No bundle in the folder: nothing starts an agent from it.
+    AgentPlace place;
+    place.LayOutInstalled();
+    QDir(place.inst + "ravel.app").removeRecursively();
+    const QJsonObject json = Inspect({place.inst, "--json"}).json;
+    EXPECT_EQ(json["verdict"], "fails-at-start");
+    EXPECT_THAT(json["reason"].toString().toStdString(),
+                HasSubstr("ravel.app/Contents/MacOS/ravel is missing: nothing starts an agent"));
+    EXPECT_TRUE(json["start_failure"]["status"].isNull());
 }
