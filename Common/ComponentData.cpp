@@ -4,6 +4,7 @@
 
 #include "Descriptor.h"
 #include "FileLayout.h"
+#include "LogTexts.h"
 #include "MarkupSTL.h"
 #include "StrConv.h"
 #include "md5.h"
@@ -25,12 +26,11 @@
 
 namespace {
 
-const char kSourceName[] = "../Common/CommonFunctions";
 const char kBackupSuffix[] = ".old";
 
 // Problems go to the debug channel only, stamped with the build time, the source and the caller.
 void Report(const char* function, const char* text) {
-    std::fprintf(stderr, "%s: %s: %s: %s\n", __TIME__, kSourceName, function, text);
+    std::fprintf(stderr, "%s: %s: %s: %s\n", __TIME__, logtext::kStoreSource, function, text);
 }
 
 QString Utf8Text(const std::string& text) {
@@ -183,8 +183,7 @@ QString CCommonFunctions::GetMainComDisplayName(const QString& file) {
     CMarkupSTL document;
     document.SetDoc(text.c_str());
     if (!document.FindElem("root")) {
-        Report("GetMainComDisplayName",
-               "Get main component display name Failed: XML file's format  is not correct.");
+        Report("GetMainComDisplayName", logtext::kDisplayNameFailed);
         return QString();
     }
     if (!document.FindChildElem("components"))
@@ -208,7 +207,7 @@ QString CCommonFunctions::GetCompDataDirectory(QString name) {
 // What follows the last "/" is never made: a folder path has to end with "/".
 int CCommonFunctions::MXPSCreatePath(const std::wstring& path) {
     if (path.empty()) {
-        Report("MXPSCreatePath", "Path is empty.");
+        Report("MXPSCreatePath", logtext::kPathEmpty);
         return -1;
     }
     const QString folder = QString::fromStdWString(path).replace(QLatin1Char('\\'), '/');
@@ -216,13 +215,13 @@ int CCommonFunctions::MXPSCreatePath(const std::wstring& path) {
         return 0;
     int slash = folder.indexOf(QLatin1Char('/'), folder.indexOf(QLatin1Char('/')) + 1);
     if (slash < 0) {
-        Report("MXPSCreatePath", "Path format is wrong.");
+        Report("MXPSCreatePath", logtext::kPathFormatWrong);
         return -1;
     }
     for (; slash >= 0; slash = folder.indexOf(QLatin1Char('/'), slash + 1)) {
         const QString prefix = folder.left(slash);
         if (!QFileInfo::exists(prefix) && !QDir().mkpath(prefix)) {
-            Report("MXPSCreatePath", "Make directory failed.");
+            Report("MXPSCreatePath", logtext::kMakeDirectoryFailed);
             return -1;
         }
         setFilePermissions(prefix);

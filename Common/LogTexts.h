@@ -12,6 +12,15 @@ constexpr char kEndBanner[] = "----------------------End Log--------------------
 // What follows the message on every line.
 constexpr char kLineEnd[] = "]-->";
 
+// The settings store's messages on standard error: the build time, the source and the function,
+// each followed by ": ", then the text.
+constexpr char kStoreSource[] = "../Common/CommonFunctions";
+constexpr char kDisplayNameFailed[] =
+    "Get main component display name Failed: XML file's format  is not correct.";
+constexpr char kPathEmpty[] = "Path is empty.";
+constexpr char kPathFormatWrong[] = "Path format is wrong.";
+constexpr char kMakeDirectoryFailed[] = "Make directory failed.";
+
 // Start-up (standard error only: the log is not open yet).
 constexpr char kDuplicatePathFailed[] = "Duplicate path is empty or it's not a path.";
 // Start-up and the single-instance guard.

@@ -1,6 +1,7 @@
 #include "CheckingLoop.h"
 
 #include "EasyLog.h"
+#include "Instance.h"
 #include "LogTexts.h"
 #include "ravel.h"
 
@@ -9,12 +10,6 @@
 
 #include <cstdlib>
 
-namespace {
-
-const quint16 kInstancePort = 31334;
-
-} // namespace
-
 CheckingLoop::CheckingLoop(const QString& /*name*/, QObject* /*parent*/)
     : QObject(nullptr), m_pServer(nullptr) {
     m_pServer = new QTcpServer(this);
@@ -22,7 +17,7 @@ CheckingLoop::CheckingLoop(const QString& /*name*/, QObject* /*parent*/)
         return;
     }
     // The port doubles as the single-instance lock: taken means another agent runs.
-    if (!m_pServer->listen(QHostAddress::LocalHost, kInstancePort)) {
+    if (!m_pServer->listen(QHostAddress::LocalHost, kAgentPort)) {
         RAVEL_LOG(logtext::kListenFailed);
         std::exit(0);
     }

@@ -1,36 +1,73 @@
-// ravel-schedule's work: find an installed product's settings as the agent does, read them
-// without changing anything, and say when the next launch comes and why.
+// ravel-schedule's facts and findings: what it gathers about one installed product (Gather.cpp,
+// with Locate, Probe and LogTail), and what it makes of them (Evaluate, a pure function), which
+// Render prints.
 #pragma once
 
 #include "Decision.h"
 
 #include <QDateTime>
-#include <QJsonObject>
+#include <QList>
 #include <QString>
 #include <QStringList>
 
-// Where the agent's files for one installed folder are.
+// Where the agent's files for one installed folder are (see LocateAgentPlaces).
 struct AgentFiles {
-    QString installed;  // ending with "/"
-    QString settings;   // Tidewater.dat
-    QString dataFolder; // from "DupInfo"/"DuplicatePath" or the display name, ending with "/"
-    QString userInfo;   // dataFolder + "Brightwell/UserInfo.dat"
-    QString log;        // dataFolder + "log/ravel.log"
+    QString installed;   // ending with "/"
+    QString settings;    // Tidewater.dat
+    QString dataFolder;  // from "DupInfo"/"DuplicatePath" or the display name, ending with "/"
+    QString userInfo;    // dataFolder + "Brightwell/UserInfo.dat"
+    QString log;         // dataFolder + "log/ravel.log"
+    bool stored = true;  // the data folder is "DupInfo"/"DuplicatePath" (else made from the name)
+    QString displayName; // of the main component, when no data folder is stored
 };
-
-// Finds the files as the agent would, reading only: nothing is created or stored. Returns
-// false with a message when `folder` does not exist or holds neither ravel.app nor
-// Tidewater.dat.
-bool FindAgentFiles(const QString& folder, AgentFiles& files, QString& problem);
 
 // Whether a resident agent runs for the folder, found without connecting to it.
 struct AgentProcess {
     qint64 pid = 0;         // a duplicate started with this installed folder; 0 when none
-    bool listening = false; // 127.0.0.1:31334 (or any address) is listened on
+    bool listening = false; // the agent's port is listened on (loopback or any address)
     qint64 portPid = 0;     // the process holding the port, when it can be seen; 0 otherwise
 };
-// Reads /proc only.
-AgentProcess FindAgentProcess(const QString& installed);
+
+// The lines of the last check in the log.
+struct LogTail {
+    bool found = false;    // the log could be opened
+    qint64 bytes = -1;     // its size; -1 when it could not be opened
+    QStringList lastCheck; // from its "ReadConfigInfo: Enter" to its "Sleep" (or end) line
+};
+
+// How a settings file reads: as settings, or why the agent falls back to the defaults.
+enum class FileState : quint8 { Settings, Missing, Unreadable, NoSettings };
+
+// Everything ravel-schedule reads about one installed product; Evaluate needs nothing else.
+struct Facts {
+    AgentFiles files;
+    QDateTime at; // the moment asked about
+    AgentProcess agent;
+    LogTail log;
+    QString texts[kSettingCount]; // the settings' texts as stored ("" when absent)
+    QString logSwitch;            // "LOG"/"LogSwitch" of Tidewater.dat as stored
+    FileState settingsFile = FileState::Settings;
+    FileState userInfoFile = FileState::Settings;
+    // Present files among those the agent checks at start without RunWithSystem.
+    bool updaterPresent = true, userInfoPresent = true, settingsPresent = true;
+    bool componentsPresent = true;
+    // The duplicate folder (UserInfo.dat's) and UserInfo.dat: writable by this account, or absent.
+    QString duplicate;
+    bool duplicateWritable = true, userInfoWritable = true;
+    // Whether the agent, run by this account, could make the data folder it names when none is
+    // stored, and the duplicate folder in it (both true when they exist).
+    bool dataFolderMakeable = true, duplicateMakeable = true;
+    bool bundlePresent = true;    // ravel.app/Contents/MacOS/ravel in the installed folder
+    QStringList foreignLibraries; // in the duplicate folder, not in the installed folder
+};
+
+// Why an agent started now would end before its first check, and what it would print.
+struct StartFailure {
+    QString reason;
+    QStringList messages; // in order, as printed (store messages without their time stamp)
+    QString where;        // "standard error" or "the log"
+    int status = 255;     // of the copy that fails; -1 when nothing can start it
+};
 
 // Everything the tool says.
 struct Inspection {
@@ -50,10 +87,19 @@ struct Inspection {
     QStringList warnings;
     QStringList lastCheck; // the log's lines of the last check; empty when none
     bool logFound = false;
+    qint64 logBytes = -1;      // the log's size; -1 when there is none
+    bool failsAtStart = false; // an agent started now ends before its first check (no agent runs)
+    StartFailure startFailure;
 };
-// Reads the files (never writes) and evaluates for an agent starting at `at`, or for a running
-// agent's first check at or after `at` (timed from its last logged check when there is one).
-Inspection Inspect(const AgentFiles& files, const QDateTime& at, const AgentProcess& agent);
 
-QString RenderText(const Inspection& inspection);
-QJsonObject RenderJson(const Inspection& inspection);
+// "fails-at-start" when an agent started now would end at start, else the forecast's verdict.
+QString VerdictText(const Inspection& inspection);
+
+// Reads everything about the product whose files are `files` (never writes), for the moment `at`.
+Facts GatherFacts(const AgentFiles& files, const QDateTime& at, const AgentProcess& agent);
+
+// The findings, from the facts alone: the schedule as the agent reads it and the repairs its next
+// reading would write, the check the verdict is for (`at`, or for a running agent the first of its
+// checks, timed from the last one in its log, at or after `at`), the forecast for an agent starting
+// then (missed-delay rule first) or for the running one, and the warnings.
+Inspection Evaluate(const Facts& facts);

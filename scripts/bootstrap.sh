@@ -12,6 +12,7 @@ packages=(
     procps           # ps, used by the agent's process-table test
     tzdata           # time zones with daylight saving, for the date tests
     iproute2         # ip: loopback up in the tests' private network namespaces
+    python3-prometheus-client  # a real parser of ravel-schedule's metrics in tests
     python3 desktop-file-utils  # plistlib and desktop-file-validate read the login entries in tests
     clang-format     # the formatting check in scripts/test.sh
     clang libclang-rt-14-dev   # libFuzzer and its sanitizers, for the fuzz targets

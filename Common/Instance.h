@@ -1,0 +1,7 @@
+// The single-instance listener: the one resident agent of a machine holds this TCP port on
+// 127.0.0.1, and a connection to it ends that agent.
+#pragma once
+
+#include <QtGlobal>
+
+constexpr quint16 kAgentPort = 31334;
