@@ -14,8 +14,13 @@ namespace {
 // glibc hands freed memory back to the system, to fault it in again at the next document, until a
 // block larger than its threshold has been freed once; from then on it keeps it. Whichever
 // implementation ran first would set that state for the others, so one large block freed before
-// any figure puts all of them in the same steady state, whatever runs and in what order.
+// any figure puts all of them in the same steady state, whatever runs and in what order. With
+// RAVEL_BENCH_ALLOCATOR=default the allocator is left as a program finds it, as in a short-lived
+// process that parses one document; scripts/bench.sh reports both.
 const bool kAllocatorSettled = [] {
+    const char* state = std::getenv("RAVEL_BENCH_ALLOCATOR");
+    if (state && std::string(state) == "default")
+        return false;
     void* block = std::malloc(16u << 20);
     benchmark::DoNotOptimize(block);
     std::free(block);

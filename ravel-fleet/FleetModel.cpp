@@ -1,5 +1,7 @@
 #include "FleetModel.h"
 
+#include <QCommandLineParser>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -113,52 +115,65 @@ const std::map<std::string, ValueOption>& ValueOptions() {
     return options;
 }
 
-bool ParseFlag(const std::string& name, CommandLine& out) {
-    if (name == "--synced")
-        out.model.synced = true;
-    else if (name == "--unique-seeds")
-        out.model.uniqueSeeds = true;
-    else if (name == "--json")
-        out.json = true;
-    else if (name == "--help" || name == "-h")
-        out.help = true;
-    else
-        return false;
+// The flags: options without a value.
+const std::map<std::string, std::function<void(CommandLine&)>>& Flags() {
+    static const std::map<std::string, std::function<void(CommandLine&)>> flags = {
+        {"synced", [](CommandLine& line) { line.model.synced = true; }},
+        {"unique-seeds", [](CommandLine& line) { line.model.uniqueSeeds = true; }},
+        {"json", [](CommandLine& line) { line.json = true; }},
+        {"help", [](CommandLine& line) { line.help = true; }},
+        {"version", [](CommandLine& line) { line.version = true; }},
+    };
+    return flags;
+}
+
+void Describe(QCommandLineParser& parser) {
+    for (const auto& [name, option] : ValueOptions())
+        parser.addOption({QString::fromStdString(name.substr(2)), QString(), "value"});
+    for (const auto& [name, set] : Flags())
+        parser.addOption(name == "help"      ? QCommandLineOption(QStringList{"h", "help"})
+                         : name == "version" ? QCommandLineOption(QStringList{"v", "version"})
+                                             : QCommandLineOption(QString::fromStdString(name)));
+}
+
+// Each value option given, in the order of the table; the last of a repeated one counts.
+bool SetValues(const QCommandLineParser& parser, CommandLine& out, std::string& error) {
+    for (const auto& [name, option] : ValueOptions()) {
+        const QStringList values = parser.values(QString::fromStdString(name.substr(2)));
+        if (values.isEmpty())
+            continue;
+        const std::string value = values.last().toStdString();
+        if (!option.set(value, out)) {
+            error = name + " '" + value + "' is not " + option.expected;
+            return false;
+        }
+    }
     return true;
 }
 
 } // namespace
 
 bool ParseCommandLine(const std::vector<std::string>& args, CommandLine& out, std::string& error) {
-    for (size_t i = 0; i < args.size(); ++i) {
-        std::string name = args[i];
-        std::string value;
-        bool inlineValue = false;
-        const size_t equals = name.find('=');
-        if (name.compare(0, 2, "--") == 0 && equals != std::string::npos) {
-            value = name.substr(equals + 1);
-            name = name.substr(0, equals);
-            inlineValue = true;
-        }
-        if (!inlineValue && ParseFlag(name, out))
-            continue;
-        const auto option = ValueOptions().find(name);
-        if (option == ValueOptions().end()) {
-            error = "unknown option '" + args[i] + "'";
-            return false;
-        }
-        if (!inlineValue) {
-            if (i + 1 == args.size()) {
-                error = name + " needs a value: " + option->second.expected;
-                return false;
-            }
-            value = args[++i];
-        }
-        if (!option->second.set(value, out)) {
-            error = name + " '" + value + "' is not " + option->second.expected;
-            return false;
-        }
+    QCommandLineParser parser;
+    Describe(parser);
+    QStringList arguments{QStringLiteral("ravel-fleet")};
+    for (const std::string& arg : args)
+        arguments << QString::fromStdString(arg);
+    if (!parser.parse(arguments)) {
+        error = parser.errorText().toStdString();
+        return false;
     }
+    if (!parser.positionalArguments().isEmpty()) {
+        error = "unexpected argument '" + parser.positionalArguments().first().toStdString() + "'";
+        return false;
+    }
+    for (const auto& [name, set] : Flags())
+        if (parser.isSet(QString::fromStdString(name)))
+            set(out);
+    if (out.help || out.version)
+        return true;
+    if (!SetValues(parser, out, error))
+        return false;
     if (out.model.logout.from < out.model.login.to) {
         error = "--logout must start no earlier than the end of --login";
         return false;
@@ -172,6 +187,7 @@ std::string UsageText() {
            "                   [--logout HH:MM-HH:MM] [--always-on SHARE] [--interrupted SHARE]\n"
            "                   [--synced] [--unique-seeds] [--seed S] [--csv FILE] [--svg FILE]\n"
            "                   [--overlay CSV [--overlay-label TEXT]] [--json]\n"
+           "       ravel-fleet --help | --version\n"
            "Simulates N desktops running the agent for D days from Monday 2024-01-01 and reports\n"
            "the launches of the updater an update server would see. Defaults: 10000 desktops,\n"
            "14 days, cycle 1 day, AutoCheckNow 1, TimeRandomRange 720, TimerMinutes 1, login\n"

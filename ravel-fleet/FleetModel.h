@@ -44,10 +44,13 @@ struct CommandLine {
     std::string overlayLabel; // its legend; the file name when empty
     bool json = false;
     bool help = false;
+    bool version = false;
 };
 
-// Fills `out` from the arguments after the program name. Returns false with a one-line reason
-// in `error` on an unknown option, a missing or malformed value, or a value out of range.
+// Fills `out` from the arguments after the program name ("--name value" or "--name=value";
+// the last of a repeated option counts). Returns false with a one-line reason in `error` on an
+// unknown option, a missing or malformed value, a value out of range or an argument that is no
+// option. With --help or --version (-h, -v) nothing else is checked.
 bool ParseCommandLine(const std::vector<std::string>& args, CommandLine& out, std::string& error);
 
 // The usage text printed by --help and after a bad option.

@@ -60,9 +60,13 @@ int main(int argc, char* argv[]) {
         std::cout << UsageText();
         return 0;
     }
+    if (line.version) {
+        std::cout << "ravel-fleet " RAVEL_VERSION "\n";
+        return 0;
+    }
     Overlay overlay;
     if (!LoadOverlay(line, overlay, error))
-        return Fail(error, 2);
+        return Fail(error, 1);
 
     const Tally tally = RunFleet(line.model, kThreads, ProgressPrinter(line.model.agents));
     const Figures figures = ComputeFigures(line.model, tally);

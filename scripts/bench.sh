@@ -5,6 +5,7 @@
 # In-process figures are CPU time; figures with child processes (rsync) are wall-clock time.
 # Every program runs in private network, mount and process namespaces (own loopback, private /tmp,
 # /usr overlaid), so the agent's port and fixed places on this machine are never touched.
+. "$(dirname "$0")/help.sh" "$@"
 set -euo pipefail
 cd "$(dirname "$0")/.."
 repetitions=${1:-5}
@@ -21,7 +22,7 @@ fi
 
 bash scripts/bootstrap.sh
 # The peers, the namespaces and the table.
-packages=(libpugixml-dev libtinyxml2-dev libssl-dev rsync util-linux iproute2 python3)
+packages=(libpugixml-dev libtinyxml2-dev libssl-dev rsync util-linux iproute2 python3 dpkg-dev)
 missing=()
 for p in "${packages[@]}"; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
@@ -49,16 +50,37 @@ run_isolated() {
     $sudo sh tests/isolated.sh "$PWD" -- "$@"
 }
 
+# run PROGRAM OUT [ENV...]: one bench program, its figures as JSON in OUT.
+run() {
+    local program=$1 out=$2
+    shift 2
+    run_isolated env "$@" "$program" \
+        --benchmark_repetitions="$repetitions" --benchmark_report_aggregates_only=true \
+        --benchmark_out="$out" --benchmark_out_format=json >&2
+}
 for program in build-bench/bench/*_bench; do
     [ -x "$program" ] || continue
     name=$(basename "$program")
     echo "== $name" >&2
     tmpdir=/tmp
     [ "$name" = refresh_bench ] && tmpdir="$scratch"
-    run_isolated env TMPDIR="$tmpdir" "$program" \
-        --benchmark_repetitions="$repetitions" --benchmark_report_aggregates_only=true \
-        --benchmark_out="$results/$name.json" --benchmark_out_format=json >&2
+    run "$program" "$results/$name.json" TMPDIR="$tmpdir"
+    # The parse figures depend on the allocator's state: once more as a fresh process finds it.
+    if [ "$name" = markup_bench ]; then
+        echo "== $name, the allocator as a process finds it" >&2
+        run "$program" "$results/$name.default-allocator.json" RAVEL_BENCH_ALLOCATOR=default
+    fi
 done
+
+# What each side was built with: ravel here, the peers by Debian.
+cache=build-bench/CMakeCache.txt
+flag() { sed -n "s/^$1:[A-Z]*=//p" "$cache"; }
+echo
+echo "Built with: ravel by $("$(flag CMAKE_CXX_COMPILER)" --version | head -1)," \
+    "flags \"$(flag CMAKE_CXX_FLAGS) $(flag CMAKE_CXX_FLAGS_RELEASE)\" (CMake's Release);" \
+    "the peers are Debian's builds ($(dpkg-query -W -f='${Package} ${Version}, ' libpugixml1v5 \
+        libtinyxml2-9 libssl3 2>/dev/null | sed 's/, $//')), made with Debian's flags" \
+    "\"$(dpkg-buildflags --get CXXFLAGS 2>/dev/null | sed 's/ -ffile-prefix-map=[^ ]*//')\"."
 
 echo
 echo "Taken on $(nproc) cores, $(lscpu | sed -n 's/^Model name: *//p' | head -1), $(date -u '+%Y-%m-%d %H:%M UTC'), load average $(cut -d' ' -f1-3 /proc/loadavg)."
@@ -90,6 +112,10 @@ def fmt_time(ns):
 medians = {}  # figure -> impl -> (value, text)
 order = []
 for path in sorted(glob.glob(os.path.join(sys.argv[1], "*.json"))):
+    # The markup figures run twice: with the allocator settled first, and as a process finds it.
+    state = ""
+    if os.path.basename(path).startswith("markup_bench"):
+        state = ", default allocator" if "default-allocator" in path else ", allocator settled"
     for b in json.load(open(path))["benchmarks"]:
         # One repetition gives no aggregates: its single run stands for the median.
         wanted = b.get("aggregate_name") == "median" if int(sys.argv[2]) > 1 else b.get("run_type") == "iteration"
@@ -98,6 +124,7 @@ for path in sorted(glob.glob(os.path.join(sys.argv[1], "*.json"))):
         # Google Benchmark appends its options ("/iterations:1", "/real_time") to the name.
         name = re.sub(r"(/(iterations:\d+|real_time|manual_time))+$", "", b["run_name"])
         figure, _, impl = name.rpartition("/")
+        figure += state
         if "KiB" in b:
             value, text = b["KiB"], f"{b['KiB'] / 1024:.1f} MiB"
         elif "us" in b:
@@ -116,7 +143,7 @@ for figure in order:
     impls = medians[figure]
     ours = impls.get("ravel")
     peers = [i for i in impls if i != "ravel"] or [None]
-    peer_name, kind, limit = TARGETS.get(figure, (None, None, None))
+    peer_name, kind, limit = TARGETS.get(figure.split(",")[0], (None, None, None))
     for peer in peers:
         ratio = ours[0] / impls[peer][0] if ours and peer and impls[peer][0] else None
         target = ""

@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
 # Installs what building, testing and the demo need on a Debian machine.
-# Does nothing when every package is already there.
+# Does nothing when every package is already there; without root or sudo, or off Debian, it says
+# what is missing and goes on with what is there.
+. "$(dirname "$0")/help.sh" "$@"
 set -euo pipefail
 
 packages=(
@@ -18,6 +20,12 @@ packages=(
     clang libclang-rt-14-dev   # libFuzzer and its sanitizers, for the fuzz targets
 )
 
+# Without Debian's package tools nothing can be checked or installed: say what is needed.
+if ! command -v dpkg-query >/dev/null || ! command -v apt-get >/dev/null; then
+    echo "bootstrap: not a Debian machine; the build and the tests need: ${packages[*]}" >&2
+    exit 0
+fi
+
 missing=()
 for p in "${packages[@]}"; do
     if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed"; then
@@ -29,11 +37,16 @@ if [ ${#missing[@]} -eq 0 ]; then
     exit 0
 fi
 
-echo "bootstrap: installing ${missing[*]}"
 sudo=""
 if [ "$(id -u)" -ne 0 ]; then
+    if ! command -v sudo >/dev/null || ! sudo -n true 2>/dev/null; then
+        echo "bootstrap: missing, and this account cannot install them (no root, no sudo):" \
+            "${missing[*]}; going on with what is there" >&2
+        exit 0
+    fi
     sudo="sudo"
 fi
+echo "bootstrap: installing ${missing[*]}"
 export DEBIAN_FRONTEND=noninteractive
 $sudo apt-get update -qq
 $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"

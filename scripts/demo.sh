@@ -3,6 +3,7 @@
 # copy of ravel is started as a login would start it, it deploys itself into the product's data
 # folder and hands over to that duplicate, which finds the updater due and starts it with "auto".
 # Set KEEP=1 to keep the sandbox folder afterwards.
+. "$(dirname "$0")/help.sh" "$@"
 set -euo pipefail
 cd "$(dirname "$0")/.."
 repo=$(pwd)

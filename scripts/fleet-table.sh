@@ -2,6 +2,7 @@
 # Reruns the fleet simulations behind README's "Choosing settings for a fleet": rewrites the
 # table between its markers in README.md and the picture docs/fleet-defaults-vs-spread.svg.
 # Usage: scripts/fleet-table.sh [--speed]   (--speed also times 1,000,000 desktops)
+. "$(dirname "$0")/help.sh" "$@"
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Formats every tracked C/C++ file in place with clang-format and the root .clang-format.
 # Usage: scripts/format.sh [--check]   (--check: change nothing, fail on any difference)
+. "$(dirname "$0")/help.sh" "$@"
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

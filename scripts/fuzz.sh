@@ -5,6 +5,7 @@
 # build-fuzz/work/findings/<target>. Prints executions and findings per target; exits non-zero
 # when a target found anything.
 # Usage: scripts/fuzz.sh [seconds] [target...]   (default: 60 s each, every target)
+. "$(dirname "$0")/help.sh" "$@"
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

@@ -3,13 +3,12 @@
 # processes, and stops at the first failure, printing the failing tests: the suite must hold on a
 # busy machine. Builds both first. Not part of scripts/test.sh (it takes a while).
 # Usage: scripts/load-test.sh [RUNS]   (default 20; each run is both suites)
+. "$(dirname "$0")/help.sh" "$@"
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-usage() { sed -n '2,5p' "$0" | sed 's/^# \{0,1\}//'; }
 runs=${1:-20}
 case $runs in
-    -h | --help) usage; exit 0 ;;
     '' | *[!0-9]* | 0) echo "load-test.sh: RUNS must be a positive number, not \"$runs\"" >&2; exit 2 ;;
 esac
 

@@ -8,6 +8,10 @@
 #   this script, which is installed as INSTALLED/login/register-login.sh.
 # Run it as the user whose session is meant, never as root. Running it again changes nothing.
 # Exit status: 0 done (or nothing to do), 1 bad installed folder or a failed step, 2 bad usage.
+case "${1:-}" in -h | --help) # installed alone: its own help
+    sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$0" | sed '/^[^#]*$/!d' | sed -n '/./,$p'
+    exit 0 ;;
+esac
 set -eu
 
 me=register-login.sh

@@ -4,6 +4,7 @@
 # Usage: scripts/test.sh [default|asan|fuzz|all]
 #   all (the default): plain build, sanitizer build, then the fuzz smoke run
 #   fuzz: every fuzz target over its seed corpus, then FUZZ_SECONDS (20) s of fuzzing each
+. "$(dirname "$0")/help.sh" "$@"
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

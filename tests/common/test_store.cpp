@@ -133,30 +133,39 @@ TEST_F(Store, Settings) {
     EXPECT_EQ(Get("T", "K"), "t");
 }
 
-TEST_F(Store, FilesReadSavedAndSealed) {
-    const std::pair<QByteArray, std::string> cases[] = {
-        // "kept": the read fails
-        {kMark + QByteArray("<r>\xC3\xA9</r>\0tail", 14), "<r>é</r>"},
-        {"junk\r\n<r/>", "<r/>"},
-        {QByteArray("\xFF\xFE<\0r\0>\0\xE9\0\x3D\xD8\0\xDE<\0/\0r\0>\0", 22), "<r>é😀</r>"},
-        {"", "kept"},
-        {"no markup at all", "kept"}};
+// Whatever the mark, the text comes out as UTF-8 without it; a file without text fails.
+TEST_F(Store, ReadXMLFileDecodesEachMark) {
+    const std::tuple<const char*, QByteArray, std::string> cases[] = {
+        // "kept": the read fails and leaves the output as it was
+        {"UTF-8 mark, text up to the NUL", kMark + QByteArray("<r>\xC3\xA9</r>\0tail", 14),
+         "<r>é</r>"},
+        {"no mark: from the first \"<\"", "junk\r\n<r/>", "<r/>"},
+        {"UTF-16LE mark", QByteArray("\xFF\xFE<\0r\0>\0\xE9\0\x3D\xD8\0\xDE<\0/\0r\0>\0", 22),
+         "<r>é😀</r>"},
+        {"empty", "", "kept"},
+        {"no markup at all", "no markup at all", "kept"}};
     std::string out;
-    for (const auto& [bytes, expected] : cases) {
+    for (const auto& [what, bytes, expected] : cases) {
         WriteBytes(file, bytes);
         out = "kept";
-        EXPECT_EQ(Read(out), expected == "kept" ? -1 : 0) << expected;
-        EXPECT_EQ(out, expected);
+        EXPECT_EQ(Read(out), expected == std::string("kept") ? -1 : 0) << what;
+        EXPECT_EQ(out, expected) << what;
     }
     for (const QString& path : {Path("missing"), QString(), dir.path()})
-        EXPECT_EQ(CCommonFunctions::ReadXMLFile(path.toStdWString(), out, false), -1);
+        EXPECT_EQ(CCommonFunctions::ReadXMLFile(path.toStdWString(), out, false), -1)
+            << path.toStdString();
     EXPECT_EQ(out, "kept");
-    // The mark is written once.
+}
+
+// The mark is written once; a sealed document reads back; a missing folder is not made.
+TEST_F(Store, SaveXmlFileWritesTheMarkOnceAndSeals) {
+    std::string out;
     ASSERT_EQ(Save("<r>\r\n<k>v</k>\r\n</r>\r\n"), 0);
     EXPECT_EQ(ReadBytes(file), kMark + "<r>\r\n<k>v</k>\r\n</r>\r\n");
     EXPECT_EQ(Mode(file), kFile);
     ASSERT_EQ(Save("\xEF\xBB\xBF<r/>"), 0);
-    EXPECT_EQ(ReadBytes(file), kMark + "<r/>");
+    EXPECT_EQ(ReadBytes(file), kMark + "<r/>") << "a text that has its own mark";
+    // 27 bytes seal to an IV and four blocks: 3 + 16 + 64 bytes.
     const char* text = "<r>\r\n<k>sealed</k>\r\n</r>\r\n";
     ASSERT_EQ(Save(text, true), 0);
     EXPECT_EQ(ReadBytes(file).left(3) + QByteArray::number(ReadBytes(file).size()), kMark + "83");
@@ -169,39 +178,50 @@ TEST_F(Store, FilesReadSavedAndSealed) {
     file = Path("missing/x.dat"); // no folder is made for it
     EXPECT_EQ(Save("<r/>"), -1);
     EXPECT_FALSE(QFile::exists(Path("missing")));
-    // Sealed text: lengths, round trips, hex, random bytes, digests, agreement with OpenSSL.
-    for (const std::string& plain : {std::string(), std::string("abc"), std::string("12345678"),
-                                     std::string("123456789"), std::string(100, 'x')}) {
-        const std::string sealed = Encrypt(plain, kPass);
-        EXPECT_EQ(sealed.size(), 16 + 16 * ((plain.size() + 7) / 8)) << plain;
-        EXPECT_EQ(sealed.find_first_not_of("0123456789ABCDEF"), std::string::npos);
-        EXPECT_EQ(Decrypt(sealed, kPass), plain);
-    }
-    // Trailing zero bytes are taken for padding; leading ones stay.
-    EXPECT_EQ(Decrypt(Encrypt(std::string("\0a\0\0", 4), kPass), kPass), std::string("\0a", 2));
-    EXPECT_EQ(Decrypt("0102", kPass), "");
-    EXPECT_EQ(StrToHex(std::string("\x00\xAB\xFF\x10", 4)), "00ABFF10");
-    EXPECT_EQ(HexToStr("4g1") + HexToStr("00abFF"), std::string("\x40\x10\x00\xAB\xFF", 5));
-    for (auto [asked, got] : {std::pair(200, 128u), {-1, 0u}, {8, 8u}})
-        EXPECT_EQ(GetRandomBytes(asked).size(), got);
-    const QByteArray big = ReadBytes(STORE_WRITER); // a file of many read blocks
-    for (const QByteArray& text : {QByteArray(), QByteArray("abc"), QByteArray(1000, '\0'), big})
-        EXPECT_EQ(QByteArray::fromStdString(Md5Hash(text.toStdString())),
-                  QCryptographicHash::hash(text, QCryptographicHash::Md5));
-    EXPECT_EQ(QByteArray::fromStdString(Md5File(STORE_WRITER)),
-              QCryptographicHash::hash(big, QCryptographicHash::Md5));
-    EXPECT_EQ(Md5File("/no/such/file"), "");
-    // Sealed by OpenSSL: printf '<plain>\0\0\0' | openssl enc -des-ede3-cbc -nopad -iv
-    // 0123456789ABCDEF -K <the pass phrase as hex, zero-padded to 24 bytes>.
-    const std::string iv("\x01\x23\x45\x67\x89\xAB\xCD\xEF", 8);
+}
+
+// A file sealed by OpenSSL reads back: printf '<plain>\0\0\0' | openssl enc -des-ede3-cbc -nopad
+// -iv 0123456789ABCDEF -K <the pass phrase as hex, zero-padded to 24 bytes>.
+TEST_F(Store, AFileSealedByOpenSslOpens) {
     const std::string plain = "<root>\r\n<Strategy>cycle</Strategy>\r\n</root>\r\n";
     const std::string cipher = "205BCB7924E62002C2713DBD30A4F24E431B97745DFB1F71"
                                "DD6BD838B5E4021A2E5620519F4BCA983F65890F81EF96FF";
-    EXPECT_EQ(StrToHex(des3(plain, kPass, iv, true)), cipher);
-    file = Path("sealed.dat");
     WriteBytes(file, kMark + QByteArray::fromStdString("0123456789ABCDEF" + cipher));
+    std::string out;
     ASSERT_EQ(Read(out, true), 0);
     EXPECT_EQ(out, plain);
+}
+
+// Sealed text: its length, its digits, the round trip; only trailing zero bytes are padding.
+TEST(Sealing, EncryptAndDecrypt) {
+    for (const std::string& plain : {std::string(), std::string("abc"), std::string("12345678"),
+                                     std::string("123456789"), std::string(100, 'x')}) {
+        const std::string sealed = Encrypt(plain, kPass);
+        EXPECT_EQ(sealed.size(), 16 + 16 * ((plain.size() + 7) / 8)) << plain.size() << " bytes";
+        EXPECT_EQ(sealed.find_first_not_of("0123456789ABCDEF"), std::string::npos) << sealed;
+        EXPECT_EQ(Decrypt(sealed, kPass), plain) << plain.size() << " bytes";
+    }
+    EXPECT_EQ(Decrypt(Encrypt(std::string("\0a\0\0", 4), kPass), kPass), std::string("\0a", 2));
+    EXPECT_EQ(Decrypt("0102", kPass), "") << "shorter than an IV";
+}
+
+TEST(Sealing, HexAndRandomBytes) {
+    EXPECT_EQ(StrToHex(std::string("\x00\xAB\xFF\x10", 4)), "00ABFF10");
+    EXPECT_EQ(HexToStr("4g1"), std::string("\x40\x10", 2)) << "a non-digit, an odd last digit";
+    EXPECT_EQ(HexToStr("00abFF"), std::string("\x00\xAB\xFF", 3));
+    for (auto [asked, got] : {std::pair(200, 128u), {-1, 0u}, {8, 8u}})
+        EXPECT_EQ(GetRandomBytes(asked).size(), got) << asked << " asked";
+}
+
+// A file's digest, read in blocks, is that of its bytes (Qt's MD5 as the oracle).
+TEST(Digest, Md5FileOfAFileOfManyBlocks) {
+    const QByteArray big = ReadBytes(STORE_WRITER);
+    EXPECT_GT(big.size(), 51200 * 3);
+    EXPECT_EQ(QByteArray::fromStdString(Md5File(STORE_WRITER)),
+              QCryptographicHash::hash(big, QCryptographicHash::Md5));
+    EXPECT_EQ(QByteArray::fromStdString(Md5Hash("abc")).toHex(),
+              "900150983cd24fb0d6963f7d28e17f72");
+    EXPECT_EQ(Md5File("/no/such/file"), "");
 }
 
 TEST_F(Store, CopiesTreesLinksHiddenFilesSkipsIdenticalOnesAndRollsBack) {

@@ -20,16 +20,6 @@ struct Recorder : LaunchSink {
     std::vector<Launch> launches;
 };
 
-// What the agent would draw first after seeding with the seconds since midnight at `login`.
-int32_t FirstDraw(uint32_t login) {
-    std::srand(login % kDay);
-    return std::rand();
-}
-
-uint32_t Offset(int32_t draw, uint32_t span) {
-    return uint32_t(int64_t(draw) * span / 2147483648LL + 1);
-}
-
 // One desktop logging in and out at fixed seconds of the day.
 std::vector<uint32_t> Launches(FleetModel model, uint32_t login, uint32_t logout,
                                DesktopRecord record) {
@@ -102,13 +92,12 @@ TEST(FleetDesktop, LaunchesAtTheMomentsWorkedOutByHand) {
     delayed.days = 1;
     delayed.autoCheckNow = 0;
     delayed.rangeMinutes = 60;
-    // The check at 09:00:00 draws a delay; the first check at or after it launches.
-    const uint32_t drawnAt = at(0, 9 * kHour);
-    const uint32_t delay = drawnAt + Offset(FirstDraw(login), 3600);
-    const uint32_t firstCheck = at(0, login) + (delay - at(0, login) + 59) / 60 * 60;
+    // The agent seeds with 30600 (08:30:00); the C library's first draw after srand(30600) is
+    // 1934148003, so the check at 09:00:00 draws 1934148003 * 3600 / 2^31 + 1 = 3243 s: a delay
+    // to 09:54:03, and the check at 09:55:00 launches.
     EXPECT_EQ(Launches(delayed, login, logout, {sunday, 1, 0, false}),
-              std::vector<uint32_t>{firstCheck})
-        << "a drawn delay to " << delay;
+              std::vector<uint32_t>{at(0, 9 * kHour + 55 * kMinute)})
+        << "a drawn delay to 09:54:03";
 
     // Round 1 drawn at 16:51:00 runs past the 17:00:00 logout: Tuesday's start counts it as
     // missed and the check at login launches.
@@ -116,7 +105,7 @@ TEST(FleetDesktop, LaunchesAtTheMomentsWorkedOutByHand) {
     missed.days = 2;
     missed.rangeMinutes = 720;
     const uint32_t lastLaunch = kDayZero - kDay + 16 * kHour + 50 * kMinute;
-    ASSERT_GT(Offset(FirstDraw(login), 43200), 9 * kMinute) << "the draw must pass the logout";
+    // 1934148003 * 43200 / 2^31 + 1 = 38909 s: to 03:39:29 on Tuesday, past the logout.
     EXPECT_EQ(Launches(missed, login, logout, {lastLaunch, 1, 0, false}),
               std::vector<uint32_t>{at(1, login)})
         << "missed round";
@@ -204,29 +193,44 @@ TEST(FleetTool, WritesATableAndAWellFormedPicture) {
     std::system(("rm -rf " + dir).c_str());
 }
 
+// Usage errors end with status 2, an input or output that cannot be used with 1; each names
+// the problem.
 TEST(FleetTool, RefusesBadOptions) {
     const struct {
         const char* arguments;
         const char* message;
+        int status;
     } cases[] = {
-        {"--agents 0", "--agents '0' is not a count from 1 to 100000000"},
-        {"--days", "--days needs a value"},
-        {"--timer 35792", "--timer '35792' is not minutes from 1 to 35791"},
-        {"--auto-check-now 2", "--auto-check-now '2' is not 0 or 1"},
-        {"--login 09:00-08:00", "--login '09:00-08:00' is not HH:MM-HH:MM"},
-        {"--logout=+8:00-18:00", "--logout '+8:00-18:00' is not HH:MM-HH:MM"},
-        {"--login 08:00-18:00", "--logout must start no earlier than the end of --login"},
-        {"--always-on 1.5", "--always-on '1.5' is not a share from 0 to 1"},
-        {"--frobnicate", "unknown option '--frobnicate'"},
-        {"--overlay /nonexistent/x.csv", "cannot read '/nonexistent/x.csv'"},
-        {"--agents 5 --svg /nonexistent/x.svg", "cannot write '/nonexistent/x.svg'"},
+        {"--agents 0", "--agents '0' is not a count from 1 to 100000000", 2},
+        {"--days", "Missing value after '--days'.", 2},
+        {"--timer 35792", "--timer '35792' is not minutes from 1 to 35791", 2},
+        {"--auto-check-now 2", "--auto-check-now '2' is not 0 or 1", 2},
+        {"--login 09:00-08:00", "--login '09:00-08:00' is not HH:MM-HH:MM", 2},
+        {"--logout=+8:00-18:00", "--logout '+8:00-18:00' is not HH:MM-HH:MM", 2},
+        {"--login 08:00-18:00", "--logout must start no earlier than the end of --login", 2},
+        {"--always-on 1.5", "--always-on '1.5' is not a share from 0 to 1", 2},
+        {"--frobnicate", "Unknown option 'frobnicate'.", 2},
+        {"extra", "unexpected argument 'extra'", 2},
+        {"--overlay /nonexistent/x.csv", "cannot read '/nonexistent/x.csv'", 1},
+        {"--agents 5 --svg /nonexistent/x.svg", "cannot write '/nonexistent/x.svg'", 1},
     };
     for (const auto& c : cases) {
         const ToolRun run = RunTool(c.arguments);
-        EXPECT_NE(0, run.status) << c.arguments;
+        EXPECT_EQ(c.status, run.status) << c.arguments;
         EXPECT_NE(std::string::npos, run.output.find(std::string("ravel-fleet: ") + c.message))
             << c.arguments << "\nexpected: " << c.message << "\nactual: " << run.output;
     }
+}
+
+TEST(FleetTool, HelpAndVersion) {
+    for (const char* option : {"--help", "-h"}) {
+        const ToolRun run = RunTool(option);
+        EXPECT_EQ(run.status, 0) << option;
+        EXPECT_EQ(run.output.rfind("usage: ravel-fleet [--agents N]", 0), 0u) << run.output;
+    }
+    const ToolRun version = RunTool("--version");
+    EXPECT_EQ(version.status, 0);
+    EXPECT_EQ(version.output, "ravel-fleet " PROJECT_VERSION "\n");
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 // The decision core over values: what a run asks for and in which order, and what the
 // forecast announces for each kind of schedule.
 #include "Decision.h"
+#include "ZoneScope.h"
 
 #include <gtest/gtest.h>
 #include <map>
@@ -9,15 +10,15 @@ namespace {
 const QDateTime kAt(QDate(2024, 3, 5), QTime(14, 2, 0));
 const quint32 at = quint32(kAt.toSecsSinceEpoch()), kDay = 86400;
 
-// The rules over these texts (absent keys read as empty), clock readings of kAt and a draw of
-// 1804289383, recording the values asked for in order and the writes and launches.
+// The rules over these texts (absent keys read as empty), clock readings of kAt and draws of 0,
+// recording the values asked for in order and the writes and launches.
 class TraceEnv : public MemoryEnv {
 public:
     explicit TraceEnv(const std::map<Setting, QString>& given) {
         for (const auto& [setting, text] : given)
             texts[int(setting)] = text;
         SetClock(kAt);
-        draw = 1804289383;
+        draw = 0; // a delay of 0 * span / 2^31 + 1 = 1 s
     }
     QString Read(Setting setting) override {
         asked += std::string(PlaceOf(setting).key) + " ";
@@ -76,8 +77,8 @@ TEST(DecisionCore, RunsAskForEachValueOnlyWhenTheyReachIt) {
           {N::LastLaunchTime, due},
           {N::AutoCheckNow, "0"},
           {N::DelayTime, "0"}},
-         check + "clock AutoCheckNow TimeRandomRange draw | DelayTime=" +
-             std::to_string(at + 36297) + " "},
+         check + "clock AutoCheckNow TimeRandomRange draw | DelayTime=" + std::to_string(at + 1) +
+             " "},
         // A drawn delay already past: no range, no draw.
         {{{N::UpdateCycle, "1"},
           {N::DelayTimes, "2"},
@@ -147,111 +148,128 @@ TEST(DecisionCore, ForecastForEachVerdict) {
     };
     const ScheduleSettings defaults, noAuto{1, true, 0, 720};
     const Row rows[] = {
-        {"over by a second", {1, 1, 1, 0, 0, at - kDay - 1}, defaults, at, false, "launch 1 0 0 0"},
+        {"over by a second",
+         {1, 1, 1, 0, 0, at - kDay - 1},
+         defaults,
+         at,
+         false,
+         "launch auto 0 0 0"},
         {"ends at the boundary",
          {1, 1, 1, 0, 0, at - kDay},
          defaults,
          at,
          false,
-         "wait-cycle 1 0 60 60"},
+         "wait-cycle auto 0 60 60"},
         {"checks whenever idle",
          {1, 1, 1, 0, 0, at - kDay},
          {0, true, 1, 720},
          at,
          false,
-         "wait-cycle 1 0 1 1"},
+         "wait-cycle auto 0 1 1"},
         {"timer never armed",
          {1, 1, 1, 0, 0, at - kDay},
          {35792, true, 1, 720},
          at,
          false,
-         "wait-cycle 0 0 - -"},
+         "wait-cycle none 0 - -"},
         {"round 1 draws",
          {1, 1, 1, 0, 0, at - kDay - 1},
          noAuto,
          at,
          false,
-         "wait-delay 5 0 60 43200"},
+         "wait-delay draw 0 60 43200"},
         {"round 2 draws half",
          {1, 1, 2, 0, 0, at - kDay - 1},
          noAuto,
          at,
          false,
-         "wait-delay 5 0 60 21600"},
+         "wait-delay draw 0 60 21600"},
         {"span 0 is 1 s",
          {1, 1, 2, 0, 0, at - kDay - 1},
          {1, true, 0, 1},
          at,
          false,
-         "wait-delay 5 0 60 60"},
+         "wait-delay draw 0 60 60"},
         {"draw after the cycle",
          {1, 1, 1, 0, 0, at - 100},
          noAuto,
          at,
          false,
-         "wait-cycle 5 0 86400 129540"},
-        {"round 3", {1, 1, 3, 0, 0, at - kDay - 1}, noAuto, at, false, "launch 2 0 0 0"},
+         "wait-cycle draw 0 86400 129540"},
+        {"round 3", {1, 1, 3, 0, 0, at - kDay - 1}, noAuto, at, false, "launch forced 0 0 0"},
         {"pending delay",
          {1, 1, 1, 0, at + 100, at - kDay - 1},
          noAuto,
          at,
          false,
-         "wait-delay 4 0 120 120"},
-        {"delay past", {1, 1, 2, 0, at - 5, at - kDay - 1}, noAuto, at, false, "launch 3 0 0 0"},
-        {"absent delay", {1, 1, 1, 0, absent, at - 100}, noAuto, at, false, "held 0 0 - -"},
+         "wait-delay delay-wait 0 120 120"},
+        {"delay past",
+         {1, 1, 2, 0, at - 5, at - kDay - 1},
+         noAuto,
+         at,
+         false,
+         "launch delay-due 0 0 0"},
+        {"absent delay", {1, 1, 1, 0, absent, at - 100}, noAuto, at, false, "held none 0 - -"},
         {"absent delay, round 3",
          {1, 1, 3, 0, absent, at - kDay - 1},
          noAuto,
          at,
          false,
-         "launch 2 0 0 0"},
+         "launch forced 0 0 0"},
         {"missed at start",
          {1, 1, 1, 0, at - 5, at - 100},
          noAuto,
          at,
          true,
-         "wait-cycle 3 1 86340 86340"},
+         "wait-cycle delay-due 1 86340 86340"},
         {"not missed when running",
          {1, 1, 1, 0, at - 5, at - 100},
          noAuto,
          at,
          false,
-         "wait-cycle 3 0 86340 86340"},
+         "wait-cycle delay-due 0 86340 86340"},
         {"never missed in round 3",
          {1, 1, 3, 0, at - 5, at - 100},
          noAuto,
          at,
          true,
-         "wait-cycle 2 0 86340 86340"},
+         "wait-cycle forced 0 86340 86340"},
         {"cycle past the clock",
          {1, 1, 1, 0, 0, clockEnd - 100},
          defaults,
          clockEnd - 90,
          false,
-         "wait-cycle 0 0 - -"},
-        {"future last launch", {1, 30, 1, 0, 0, at + 10}, defaults, at, false, "launch 1 0 0 0"},
-        {"resume", {1, 1, 1, 1, 0, at}, defaults, at, false, "resume 0 0 0 0"},
+         "wait-cycle none 0 - -"},
+        {"future last launch", {1, 30, 1, 0, 0, at + 10}, defaults, at, false, "launch auto 0 0 0"},
+        {"resume", {1, 1, 1, 1, 0, at}, defaults, at, false, "resume none 0 0 0"},
         {"resume under never",
          {0, 1, 1, 1, 0, at},
          {1, false, 1, 720},
          at,
          false,
-         "resume 0 0 0 0"},
-        {"resident under never", {0, 1, 1, 1, 0, at}, defaults, at, false, "never 0 0 - -"},
-        {"never, resident", {0, 1, 1, 0, 0, at - kDay - 1}, defaults, at, false, "never 0 0 - -"},
+         "resume none 0 0 0"},
+        {"resident under never", {0, 1, 1, 1, 0, at}, defaults, at, false, "never none 0 - -"},
+        {"never, resident",
+         {0, 1, 1, 0, 0, at - kDay - 1},
+         defaults,
+         at,
+         false,
+         "never none 0 - -"},
         {"never, not resident",
          {0, 1, 1, 0, 0, at - kDay - 1},
          {1, false, 1, 720},
          at,
          false,
-         "ends 0 0 - -"},
+         "ends none 0 - -"},
     };
+    static const char* const kPaths[] = {"none",      "auto",       "forced",
+                                         "delay-due", "delay-wait", "draw"};
     const auto relative = [](qint64 moment, quint32 from) {
         return moment < 0 ? std::string("-") : std::to_string(moment - from);
     };
     for (const Row& row : rows) {
         const Forecast f = Foresee(row.record, row.settings, row.at, row.startsNow);
-        EXPECT_EQ(std::string(VerdictName(f.verdict)) + " " + std::to_string(int(f.path)) + " " +
+        EXPECT_EQ(std::string(VerdictName(f.verdict)) + " " + kPaths[int(f.path)] + " " +
                       std::to_string(f.missed) + " " + relative(f.earliest, row.at) + " " +
                       relative(f.latest, row.at),
                   row.expected)
@@ -259,37 +277,41 @@ TEST(DecisionCore, ForecastForEachVerdict) {
     }
 }
 
-// The last launch read from its text is the moment Qt's own date parser gives, whatever the text:
-// an unusable one (invalid, or outside the 32-bit clock) starts the cycle at the clock's reading.
-TEST(DecisionCore, LastLaunchTextsReadAsQtParsesThem) {
-    const QString texts[] = {"2024-03-04 14:00:00",
-                             "2024-02-29 23:59:59",
-                             "1970-01-02 00:00:00",
-                             "2106-02-07 06:28:15",
-                             "1969-12-31 23:59:59",
-                             "0999-01-01 00:00:00",
-                             "2023-02-29 10:00:00",
-                             "2024-13-01 00:00:00",
-                             "2024-03-04 24:00:00",
-                             "2024-03-04 14:00:60",
-                             "2024-03-04T14:00:00",
-                             "2024-03-04 14:00:0",
-                             " 2024-03-04 14:00:00",
-                             "2024-03-04 14:00:00 ",
-                             "0",
-                             "",
-                             "2024-03-04 1a:00:00",
-                             QString::fromUtf8("٢٠٢٤-03-04 14:00:00")};
-    for (const QString& text : texts) {
+// The last launch read from its text, in UTC, worked out by hand: a plain date-time is its moment;
+// a text the date parser does not take (an impossible date or time, another shape, blanks, digits
+// other than ASCII) or a moment outside the 32-bit clock (before 1970, or exactly its last second,
+// which is the unusable mark) starts the cycle at the clock's reading.
+TEST(DecisionCore, LastLaunchTexts) {
+    ZoneScope utc("UTC");
+    MemoryEnv clock;
+    clock.SetClock(kAt);
+    const quint32 now = clock.NowSeconds();
+    const std::pair<const char*, quint32> rows[] = {
+        {"2024-03-04 14:00:00", 1709560800u}, // 19786 days and 14 hours
+        {"2024-02-29 23:59:59", 1709251199u}, // a leap day
+        {"1970-01-02 00:00:00", 86400u},
+        {"2106-02-07 06:28:15", now}, // 4294967295: the mark of an unusable date
+        {"1969-12-31 23:59:59", now}, // -1
+        {"0999-01-01 00:00:00", now},
+        {"2023-02-29 10:00:00", now}, // no leap day
+        {"2024-13-01 00:00:00", now},
+        {"2024-03-04 24:00:00", now},
+        {"2024-03-04 14:00:60", now},
+        {"2024-03-04T14:00:00", now},
+        {"2024-03-04 14:00:0", now},
+        {" 2024-03-04 14:00:00", now},
+        {"2024-03-04 14:00:00 ", now},
+        {"0", now},
+        {"", now},
+        {"2024-03-04 1a:00:00", now},
+        {"\u0662\u0660\u0662\u0664-03-04 14:00:00", now}, // Arabic-Indic digits
+    };
+    for (const auto& [text, expected] : rows) {
         MemoryEnv env;
         env.SetClock(kAt);
-        env.texts[int(Setting::LastLaunchTime)] = text;
+        env.texts[int(Setting::LastLaunchTime)] = QString::fromUtf8(text);
         CONFIG_INFO info;
         ReadConfigInfo(env, info);
-        const QDateTime parsed = QDateTime::fromString(text, "yyyy-MM-dd hh:mm:ss");
-        const qint64 seconds = parsed.isValid() ? parsed.toSecsSinceEpoch() : -1;
-        const quint32 expected = seconds >= 0 && seconds < 4294967295LL ? quint32(seconds) : at;
-        EXPECT_EQ(info.nLastLaunchTime, expected)
-            << "LastLaunchTime \"" << text.toStdString() << "\"";
+        EXPECT_EQ(info.nLastLaunchTime, expected) << "LastLaunchTime \"" << text << "\"";
     }
 }

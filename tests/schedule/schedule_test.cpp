@@ -392,57 +392,59 @@ TEST(ReadConfigInfo, RepairsTheFileOrLeavesItUntouched) {
 }
 
 TEST(CheckMissed, ARunOutDelayOfRound1Or2CountsARound) {
-    // "DelayInfo" before; after, when a round is counted (empty: left as it was).
-    const std::tuple<const char*, QByteArray, QByteArray> rows[] = {
+    // "DelayInfo" before; after, when a round is counted (empty: left as it was); the round logged.
+    const std::tuple<const char*, QByteArray, QByteArray, const char*> rows[] = {
         {"round 1 ran out", "<DelayTime>1709500000</DelayTime>\n<DelayTimes>1</DelayTimes>\n",
-         "<DelayTime>1</DelayTime>\n<DelayTimes>2</DelayTimes>\n"},
+         "<DelayTime>1</DelayTime>\n<DelayTimes>2</DelayTimes>\n", "2"},
         {"round 2 ran out", "<DelayTime>1709500000</DelayTime>\n<DelayTimes>2</DelayTimes>\n",
-         "<DelayTime>1</DelayTime>\n<DelayTimes>3</DelayTimes>\n"},
+         "<DelayTime>1</DelayTime>\n<DelayTimes>3</DelayTimes>\n", "3"},
         {"round 3 is never missed",
-         "<DelayTime>1709500000</DelayTime>\n<DelayTimes>3</DelayTimes>\n", ""},
-        {"not over yet", "<DelayTime>1709900000</DelayTime>\n<DelayTimes>1</DelayTimes>\n", ""},
-        {"none drawn", "<DelayTime>0</DelayTime>\n<DelayTimes>1</DelayTimes>\n", ""},
-        {"DelayTime absent", "<DelayTimes>2</DelayTimes>\n", ""}};
-    for (const auto& [what, before, after] : rows) {
-        SCOPED_TRACE(what);
+         "<DelayTime>1709500000</DelayTime>\n<DelayTimes>3</DelayTimes>\n", "", nullptr},
+        {"not over yet", "<DelayTime>1709900000</DelayTime>\n<DelayTimes>1</DelayTimes>\n", "",
+         nullptr},
+        {"none drawn", "<DelayTime>0</DelayTime>\n<DelayTimes>1</DelayTimes>\n", "", nullptr},
+        {"DelayTime absent", "<DelayTimes>2</DelayTimes>\n", "", nullptr}};
+    for (const auto& [what, before, after, round] : rows) {
         Sandbox box;
         WriteBytes(box.user, UserInfo(before));
         CheckMissed();
-        EXPECT_EQ(ReadBytes(box.user), UserInfo(after.isEmpty() ? before : after)) << "file after";
+        EXPECT_EQ(ReadBytes(box.user), UserInfo(after.isEmpty() ? before : after)) << what;
         const QByteArray missed =
-            after.isEmpty()
-                ? ""
-                : Line(1, "Missed UpdateTime, DelayTimes=" + after.mid(after.size() - 15, 1));
+            round ? Line(1, QString("Missed UpdateTime, DelayTimes=") + round) : QByteArray();
         EXPECT_EQ(box.Body(), Traced("CheckMissed", Traced("ReadConfigInfo", "", 1) + missed))
-            << "log";
+            << what;
     }
 }
 
 TEST(LaunchDecision, CycleBoundaryAutoCheckNowAndDrawnDelay) {
     // AutoCheckNow (null: absent, which reads as 1), the schedule, the result, the log.
-    const std::tuple<const char*, CONFIG_INFO, bool, QByteArray> cases[] = {
-        {nullptr, {1, 1, 1, 0, 0, now - 86400}, false, ""},
-        {nullptr, {1, 0, 1, 0, 0, now}, false, ""},
-        {nullptr, Due(1, 0), true, kUsed + kAutoNow},
-        {nullptr, {1, 1, 3, 0, 0, now + 1}, true, kUsed + kRound3 + kAutoNow}, // future launch
+    const std::tuple<const char*, const char*, CONFIG_INFO, bool, QByteArray> cases[] = {
+        {"a cycle that ends now", nullptr, {1, 1, 1, 0, 0, now - 86400}, false, ""},
+        {"a cycle of 0 days, launched now", nullptr, {1, 0, 1, 0, 0, now}, false, ""},
+        {"over by a second", nullptr, Due(1, 0), true, kUsed + kAutoNow},
+        {"a launch in the future",
+         nullptr,
+         {1, 1, 3, 0, 0, now + 1},
+         true,
+         kUsed + kRound3 + kAutoNow},
         // 49711 days wrap to 63104 seconds in 32 bits.
-        {nullptr, {1, 49711, 1, 0, 0, now - 63105}, true, kUsed + kAutoNow},
-        {nullptr, {1, 49711, 1, 0, 0, now - 63104}, false, ""},
-        {"5", Due(1, now + 100), true, kUsed + kAutoNow},
-        {"0", Due(1, now), true, kUsed},
-        {"0", Due(2, now + 1), false, kUsed},
-        {"0", Due(3, now + 1), true, kUsed + kRound3},
+        {"49711 days, over", nullptr, {1, 49711, 1, 0, 0, now - 63105}, true, kUsed + kAutoNow},
+        {"49711 days, not over", nullptr, {1, 49711, 1, 0, 0, now - 63104}, false, ""},
+        {"AutoCheckNow 5 past a pending delay", "5", Due(1, now + 100), true, kUsed + kAutoNow},
+        {"a delay that is due now", "0", Due(1, now), true, kUsed},
+        {"a delay due in a second", "0", Due(2, now + 1), false, kUsed},
+        {"round 3, a delay ahead", "0", Due(3, now + 1), true, kUsed + kRound3},
         // An absent key: delayed to the end of the clock unless in the third round.
-        {"0", Due(1, kAbsent), false, kUsed},
-        {"0", Due(2, kAbsent), false, kUsed},
-        {"0", Due(3, kAbsent), true, kUsed + kRound3}};
-    for (const auto& [autoCheckNow, info, result, log] : cases) {
+        {"no DelayTime, round 1", "0", Due(1, kAbsent), false, kUsed},
+        {"no DelayTime, round 2", "0", Due(2, kAbsent), false, kUsed},
+        {"no DelayTime, round 3", "0", Due(3, kAbsent), true, kUsed + kRound3}};
+    for (const auto& [what, autoCheckNow, info, result, log] : cases) {
         Sandbox box;
         if (autoCheckNow)
             box.Set("AutoCheckNow", autoCheckNow);
-        EXPECT_EQ(IsTimeToLaunchUpdate(info), result) << info.nDelayTimes;
-        EXPECT_EQ(box.Body(), log) << info.nDelayTimes;
-        EXPECT_FALSE(QFile::exists(box.user));
+        EXPECT_EQ(IsTimeToLaunchUpdate(info), result) << what;
+        EXPECT_EQ(box.Body(), log) << what;
+        EXPECT_FALSE(QFile::exists(box.user)) << what;
     }
     // A delay is drawn over the round's range. The C library's first draw after srand(1) is
     // 1804289383, so the offset is 1804289383 * span / 2^31 + 1 (worked out by hand here):
@@ -467,7 +469,8 @@ TEST(LaunchDecision, CycleBoundaryAutoCheckNowAndDrawnDelay) {
             box.Set("TimeRandomRange", range);
         SetClockForTesting([at = at] { return QDateTime::fromSecsSinceEpoch(at); });
         std::srand(1);
-        EXPECT_EQ(IsTimeToLaunchUpdate(Due(round, 0, at)), round == 3) << "result, round " << round;
+        EXPECT_EQ(IsTimeToLaunchUpdate(Due(round, 0, at)), round == 3)
+            << "result, range " << (range ? range : "absent") << ", round " << round;
         EXPECT_EQ(GetConfigure("DelayInfo", "DelayTime", "", box.user).toString(),
                   QString::number(at + offset))
             << "DelayTime written, round " << round;
