@@ -80,12 +80,14 @@ TEST(Integrating, AProductLaidOutFromThePageDeploysAndLaunches) {
                     std::string("<AutoCheckNow>") + autoCheckNow + "<");
         });
         ASSERT_EQ(RunFast(place), 0) << ReadAll(place.errFile);
-        EXPECT_TRUE(WaitUntil([&] { return Launched(place); })) << ReadAll(place.data + "log/ravel.log");
+        EXPECT_TRUE(WaitUntil([&] { return Launched(place); }))
+            << ReadAll(place.data + "log/ravel.log");
         EXPECT_EQ(ReadAll(place.inst + "Tidewater.args"), "auto\n");
         EXPECT_EQ(ReadAll(place.dup + "Brightwell Data/Config.xml"),
                   Samples()["installed/Brightwell Data/Config.xml"]);
-        EXPECT_EQ(GetConfigure("DupInfo", "DuplicatePath", "", place.inst + "Tidewater.dat").toString(),
-                  kDataFolder)
+        EXPECT_EQ(
+            GetConfigure("DupInfo", "DuplicatePath", "", place.inst + "Tidewater.dat").toString(),
+            kDataFolder)
             << "the data folder the agent made, stored";
         EXPECT_FALSE(QFile::exists(place.dup + "UpdateInfo.dat")) << "not copied";
         EXPECT_FALSE(QFile::exists(place.dup + "Tidewater.app")) << "not copied";
