@@ -30,14 +30,25 @@ function(ravel_desktop_exec out path)
     set(${out} "${word}" PARENT_SCOPE)
 endfunction()
 
-# Writes both entries for the installed folder CMAKE_INSTALL_PREFIX; `templates` is the folder
-# of the .in files. Adds the written files to CMAKE_INSTALL_MANIFEST_FILES of the caller.
-function(ravel_fill_login_entries label templates)
+# `text` as a string value of a freedesktop entry (\\ \n \t \r escaped).
+function(ravel_desktop_string out text)
+    string(REPLACE [[\]] [[\\]] text "${text}")
+    string(REPLACE "\n" [[\n]] text "${text}")
+    string(REPLACE "\t" [[\t]] text "${text}")
+    string(REPLACE "\r" [[\r]] text "${text}")
+    set(${out} "${text}" PARENT_SCOPE)
+endfunction()
+
+# Writes both entries for the installed folder CMAKE_INSTALL_PREFIX; `name` is the login entry's
+# name as sessions show it, `templates` the folder of the .in files. Adds the written files to
+# CMAKE_INSTALL_MANIFEST_FILES of the caller.
+function(ravel_fill_login_entries label name templates)
     get_filename_component(folder "${CMAKE_INSTALL_PREFIX}" ABSOLUTE)
     set(exe "${folder}/ravel.app/Contents/MacOS/ravel")
     set(RAVEL_LOGIN_LABEL "${label}")
     ravel_xml_text(RAVEL_EXECUTABLE_XML "${exe}")
     ravel_desktop_exec(RAVEL_EXECUTABLE_EXEC "${exe}")
+    ravel_desktop_string(RAVEL_LOGIN_NAME_DESKTOP "${name}")
     set(manifest ${CMAKE_INSTALL_MANIFEST_FILES})
     foreach(template LaunchAgent.plist autostart.desktop)
         get_filename_component(suffix "${template}" LAST_EXT)

@@ -10,14 +10,31 @@ foreach(var RAVEL_LOGIN_LABEL RAVEL_BUNDLE_IDENTIFIER)
 endforeach()
 
 # Installs <prefix>/login/<RAVEL_LOGIN_LABEL>.plist and .desktop, filled at install time for the
-# folder installed into, and scripts/register-login.sh beside them, in `component`.
+# folder installed into, and scripts/register-login.sh and the uninstall script beside them, in
+# `component`.
 function(ravel_install_login_entries component)
     set(here "${CMAKE_CURRENT_FUNCTION_LIST_DIR}")
     install(CODE "include(\"${here}/LoginEntries.cmake\")
-        ravel_fill_login_entries(\"${RAVEL_LOGIN_LABEL}\" \"${here}\")"
+        ravel_fill_login_entries(\"${RAVEL_LOGIN_LABEL}\" \"${RAVEL_LOGIN_NAME}\" \"${here}\")"
         COMPONENT ${component})
-    install(PROGRAMS ${PROJECT_SOURCE_DIR}/scripts/register-login.sh
+    install(PROGRAMS ${PROJECT_SOURCE_DIR}/scripts/register-login.sh ${here}/uninstall.sh
         DESTINATION login COMPONENT ${component})
+    ravel_record_installed_files(${component} "login/${RAVEL_LOGIN_LABEL}.plist"
+        "login/${RAVEL_LOGIN_LABEL}.desktop" login/register-login.sh login/uninstall.sh
+        login/installed-files)
+endfunction()
+
+# Adds FILES (relative to the prefix) to <prefix>/login/installed-files when `component` is
+# installed (see InstalledFiles.cmake); EXCLUDE_FROM_ALL as for the component's own rules.
+function(ravel_record_installed_files component)
+    cmake_parse_arguments(R "EXCLUDE_FROM_ALL" "" "" ${ARGN})
+    list(JOIN R_UNPARSED_ARGUMENTS "\" \"" quoted)
+    set(exclude)
+    if(R_EXCLUDE_FROM_ALL)
+        set(exclude EXCLUDE_FROM_ALL)
+    endif()
+    install(CODE "include(\"${PROJECT_SOURCE_DIR}/packaging/InstalledFiles.cmake\")
+        ravel_record_installed(\"${quoted}\")" COMPONENT ${component} ${exclude})
 endfunction()
 
 # `cpack --config build/CPackConfig.cmake`: one .tar.gz of everything `cmake --install` puts

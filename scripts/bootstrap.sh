@@ -13,6 +13,7 @@ packages=(
     libxml2-utils    # xmllint, an independent reader of the settings files in tests
     procps           # ps, used by the agent's process-table test
     tzdata           # time zones with daylight saving, for the date tests
+    faketime         # libfaketime: a fast clock for the tests that wait for days
     iproute2         # ip: loopback up in the tests' private network namespaces
     python3-prometheus-client  # a real parser of ravel-schedule's metrics in tests
     python3 desktop-file-utils  # plistlib and desktop-file-validate read the login entries in tests

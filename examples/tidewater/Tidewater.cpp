@@ -1,5 +1,6 @@
 // A stand-in for the updater. Like the real one it records its run in the user's UserInfo.dat
-// (found through "DupInfo"/"DuplicatePath" of the Tidewater.dat beside its bundle); instead of
+// (found through "DupInfo"/"DuplicatePath" of the Tidewater.dat beside its bundle): last launch
+// now, status "ready", delay round 1, no delay drawn; instead of
 // updating anything it appends the arguments it was started with, joined by blanks, as one line
 // to "Tidewater.args" beside its bundle. That line is written last, so its presence means the
 // run is complete.
@@ -34,6 +35,9 @@ bool RecordRun(const QString& installed) {
     WriteConfigure("UpdateRecord", "LastLaunchTime",
                    CurrentDateTime().toString("yyyy-MM-dd hh:mm:ss"), userInfo);
     WriteConfigure("UpdateInfo", "LastStatus", "ready", userInfo);
+    // A run done: the next cycle starts afresh, in the first delay round with no delay drawn.
+    WriteConfigure("DelayInfo", "DelayTimes", "1", userInfo);
+    WriteConfigure("DelayInfo", "DelayTime", "0", userInfo);
     return true;
 }
 

@@ -2,7 +2,9 @@
 // login entries read by real parsers and registered for a user, and its archive.
 #include "AgentHarness.h"
 
+#include <QDirIterator>
 #include <gmock/gmock.h>
+#include <set>
 
 using namespace ::testing;
 
@@ -178,6 +180,40 @@ TEST_F(Shipped, EntriesReadByRealParsersRegisterForAUserAndArchiveAsInstalled) {
     EXPECT_EQ(files.second.find("/libPolicyProbe.dylib ") != std::string::npos, EXAMPLES_INSTALLED);
     EXPECT_EQ(Shell("cd " + Quoted(unpacked) + listing), files);
     EXPECT_EQ(Shell("diff -r " + Quoted(staged) + " " + Quoted(unpacked)), (Output{0, ""}));
+}
+
+// Every file below the installed folder, relative to it, and every folder with a "/".
+std::set<std::string> Tree(const QString& folder) {
+    std::set<std::string> tree;
+    QDirIterator it(folder, QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot,
+                    QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString path = it.next();
+        tree.insert(path.mid(folder.size()).toStdString() + (it.fileInfo().isDir() ? "/" : ""));
+    }
+    return tree;
+}
+
+// The administrators' simulator is installed only on request; the uninstall script beside the
+// agent takes away what every install run put there, and the folders it leaves empty, and
+// nothing of the product's.
+TEST_F(Shipped, ComponentsAndTheUninstallScript) {
+    ASSERT_TRUE(Install("--prefix " + Quoted(prefix)));
+    EXPECT_FALSE(QFile::exists(prefix + "ravel-fleet")) << "not in the default install";
+    EXPECT_TRUE(QFile::exists(prefix + "ravel-schedule"));
+    ASSERT_TRUE(Install("--prefix " + Quoted(prefix) + " --component admin"));
+    EXPECT_TRUE(QFile::exists(prefix + "ravel-fleet"));
+    ASSERT_TRUE(Install("--prefix " + Quoted(prefix) + " --component examples"));
+    EXPECT_THAT(ReadAll(entry + ".desktop"), HasSubstr("\nName=ravel\n"));
+    WriteAll(prefix + "Tidewater.dat", "the product's own");
+    WriteAll(prefix + "docs/read.me", "the product's own");
+    EXPECT_TRUE(Succeeds(Quoted(prefix + "login/uninstall.sh")));
+    EXPECT_EQ(Tree(prefix), (std::set<std::string>{"Tidewater.dat", "docs/", "docs/read.me"}));
+    QFile::remove(prefix + "Tidewater.dat");
+    QDir(prefix + "docs").removeRecursively();
+    ASSERT_TRUE(Install("--prefix " + Quoted(prefix) + " --component agent"));
+    EXPECT_TRUE(Succeeds(Quoted(prefix + "login/uninstall.sh")));
+    EXPECT_FALSE(QFileInfo::exists(prefix)) << "an installed folder left empty goes too";
 }
 
 } // namespace
