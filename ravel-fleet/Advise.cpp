@@ -43,8 +43,9 @@ std::string Lines(const Candidate& c) {
             "above):\n  <UpdateStrategy>\n    <UpdateCycle>" +
             std::to_string(c.cycleDays) + "</UpdateCycle>\n  </UpdateStrategy>\n";
     if (c.autoCheckNow == 0)
-        text += "With AutoCheckNow 0, a fresh install's UserInfo.dat needs a DelayTime, or it never "
-                "launches:\n  <DelayInfo>\n    <DelayTime>0</DelayTime>\n  </DelayInfo>\n";
+        text +=
+            "With AutoCheckNow 0, a fresh install's UserInfo.dat needs a DelayTime, or it never "
+            "launches:\n  <DelayInfo>\n    <DelayTime>0</DelayTime>\n  </DelayInfo>\n";
     return text;
 }
 } // namespace

@@ -35,7 +35,8 @@ std::pair<uint64_t, uint64_t> Span(const std::vector<DesktopLog>& logs, int32_t 
         for (const LogLaunch& launch : log.launches)
             see(launch.moment);
     }
-    return first > last ? std::pair<uint64_t, uint64_t>{kDayZero, kDayZero} : std::pair{first, last};
+    return first > last ? std::pair<uint64_t, uint64_t>{kDayZero, kDayZero}
+                        : std::pair{first, last};
 }
 
 uint32_t Quantile(const std::vector<uint32_t>& sorted, double share) {
@@ -73,7 +74,8 @@ bool FindLogs(const std::vector<std::string>& paths, std::vector<std::string>& f
     }
     std::sort(files.begin(), files.end());
     if (files.empty())
-        error = "no log found in '" + paths.front() + "'" + (paths.size() > 1 ? " and the rest" : "");
+        error =
+            "no log found in '" + paths.front() + "'" + (paths.size() > 1 ? " and the rest" : "");
     return !files.empty();
 }
 
@@ -116,8 +118,9 @@ std::string ObservationJson(const Observation& o) {
     json.pop_back(); // the line end
     json.pop_back(); // the closing brace
     const bool gaps = !o.gaps.empty();
-    return json + ",\"logs\":" + std::to_string(o.logs) + ",\"logins\":" +
-           std::to_string(o.logins) + ",\"malformed_lines\":" + std::to_string(o.malformedLines) +
+    return json + ",\"logs\":" + std::to_string(o.logs) +
+           ",\"logins\":" + std::to_string(o.logins) +
+           ",\"malformed_lines\":" + std::to_string(o.malformedLines) +
            ",\"cut_logs\":" + std::to_string(o.cutLogs) +
            ",\"logs_emptied_or_removed\":" + std::to_string(o.midHistoryLogs) +
            ",\"desktops_without_launch\":" + std::to_string(o.neverLaunched) +

@@ -9,8 +9,8 @@
 #include <vector>
 
 struct Observation {
-    Tally tally{1};           // launches on the server's clock, from the first observed day
-    uint64_t logs = 0;        // desktops
+    Tally tally{1};    // launches on the server's clock, from the first observed day
+    uint64_t logs = 0; // desktops
     uint64_t logins = 0;
     uint64_t malformedLines = 0;
     uint64_t cutLogs = 0;        // copied while written: the last line is incomplete

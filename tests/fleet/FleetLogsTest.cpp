@@ -21,8 +21,10 @@ std::string Line(const char* moment, const std::string& message, int tabs = 0) {
 const std::string kStart = "----------------------Start Log---------------------------------\n";
 const std::string kEnd = "----------------------End Log-----------------------------------\n";
 const std::string kDeploy = "Enter111111111 InitAgent() ...qstrSrcPath=/opt/p/";
-const std::string kFirst = "Config.xml and UserData.dat file not exist,will create new file=/opt/p/";
-const std::string kReady = "Time is Ready, Try to Launch(/opt/p/Tidewater.app/Contents/MacOS/Tidewater)";
+const std::string kFirst =
+    "Config.xml and UserData.dat file not exist,will create new file=/opt/p/";
+const std::string kReady =
+    "Time is Ready, Try to Launch(/opt/p/Tidewater.app/Contents/MacOS/Tidewater)";
 
 uint64_t At(int day, int hour, int minute, int second) { // day 0 is Monday 2024-01-01
     return kDayZero + uint64_t(day) * 86400 + hour * 3600 + minute * 60 + second;
@@ -99,8 +101,8 @@ TEST(LogReader, LoginsLaunchesAndWhatIsWrongWithTheLog) {
 }
 
 TEST(Observe, TheLoadTheLogsShowOnTheServersClock) {
-    const std::vector<DesktopLog> logs{ReadDesktopLog(TwoDays()),
-                                       ReadDesktopLog(kStart + Line("2024-01-08 08:31:00", kDeploy))};
+    const std::vector<DesktopLog> logs{
+        ReadDesktopLog(TwoDays()), ReadDesktopLog(kStart + Line("2024-01-08 08:31:00", kDeploy))};
     FleetModel model; // login window 08:00-09:10
     const Observation seen = Observe(logs, model, 0);
     EXPECT_EQ(seen.tally.origin, At(7, 0, 0, 0)) << "midnight of the first day seen";
@@ -145,8 +147,8 @@ TEST(Observe, TheToolOnFoldersOfLogs) {
         {"observe " + dir + "/none", "no such file or folder: '" + dir + "/none'", 1},
         {"observe " + dir + "/b/notes.txt/x", "no such file or folder", 1},
         {"observe " + Folder("empty"), "no log found in", 1},
-        {"observe " + dir + " --csv " + dir + "/missing/seen.csv", "cannot write '" + dir +
-                                                                       "/missing/seen.csv'", 1},
+        {"observe " + dir + " --csv " + dir + "/missing/seen.csv",
+         "cannot write '" + dir + "/missing/seen.csv'", 1},
         {"observe " + dir + " --cycle 2", "--cycle does not go with observe", 2},
         {"observe " + dir + " --utc-offset 5", "--utc-offset '5' is not an offset", 2},
     };
@@ -168,7 +170,8 @@ TEST(Zones, AllDesktopsInOneZoneGiveTheFiguresOfNone) {
     const ToolRun spread = RunTool(options + " --zones +01:00=40,-05:00=35,+08:00=25");
     EXPECT_EQ(spread.status, 0);
     EXPECT_NE(spread.output, none.output) << "three zones spread the peaks";
-    for (const char* zones : {"+01:00=40,-05:00=35", "+01:00=100,+02:00=10", "+15:00=100", "01:00=100"})
+    for (const char* zones :
+         {"+01:00=40,-05:00=35", "+01:00=100,+02:00=10", "+15:00=100", "01:00=100"})
         EXPECT_EQ(RunTool(options + " --zones " + zones).status, 2) << zones;
 }
 
@@ -202,7 +205,9 @@ TEST(Advise, SettingsWorkedOutByHand) {
     model.synced = true;
     model.uniqueSeeds = true;
     model.sessions = std::make_shared<SessionPool>();
-    const_cast<SessionPool&>(*model.sessions).byWeekday[0].push_back({8 * 3600 + 10, 17 * 3600 + 10});
+    const_cast<SessionPool&>(*model.sessions)
+        .byWeekday[0]
+        .push_back({8 * 3600 + 10, 17 * 3600 + 10});
     for (const Candidate& c : Advise(model, {1}, {50, 0}, 1, {})) {
         if (c.autoCheckNow == 1) {
             EXPECT_EQ(c.figures.peakPerSecond, 100u) << "TimerMinutes " << c.timerMinutes;
