@@ -8,6 +8,9 @@
 
 #include <cstdint>
 
+// A fresh install's "LastLaunchTime": absent until the agent's first check writes it.
+constexpr uint32_t kNeverLaunched = 0;
+
 // What "UserInfo.dat" holds for one desktop; the updater in the simulation keeps it valid.
 struct DesktopRecord {
     uint32_t lastLaunch = 0;  // "LastLaunchTime"

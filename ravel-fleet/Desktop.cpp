@@ -13,6 +13,26 @@ uint32_t DrawIn(const DayWindow& window, DesktopStream& stream) {
     return window.from + stream.Below(window.to - window.from);
 }
 
+// Whether the desktop is used on this weekday, and its login and logout: from the sessions seen
+// in logs when there are any (none that weekday: off), else in the windows on weekdays only.
+bool DayAtTheDesktop(const FleetModel& model, uint32_t weekday, DesktopStream& stream,
+                     Session& session) {
+    if (model.absentShare > 0 && stream.Chance(model.absentShare))
+        return false;
+    if (model.sessions) {
+        const std::vector<Session>& seen = model.sessions->byWeekday[weekday];
+        if (seen.empty())
+            return false;
+        session = seen[stream.Below(uint32_t(seen.size()))];
+        return true;
+    }
+    if (weekday >= 5)
+        return false;
+    session.login = DrawIn(model.login, stream);
+    session.logout = DrawIn(model.logout, stream);
+    return true;
+}
+
 // The updater finishes at once; an interrupted run only leaves its status behind.
 void RunUpdater(const FleetModel& model, DesktopRecord& record, uint32_t now,
                 DesktopStream& stream) {
@@ -31,6 +51,8 @@ void RunSession(const FleetModel& model, const SeedDraws& table, DesktopRecord& 
     const uint32_t seed = model.uniqueSeeds ? static_cast<uint32_t>(stream.Next())
                                             : static_cast<uint32_t>(login % kSecondsPerDay);
     RunDraws draws(table, seed);
+    if (record.lastLaunch == kNeverLaunched) // a fresh install: the first check starts the cycle
+        record.lastLaunch = static_cast<uint32_t>(login);
     StartAgent(model, record, static_cast<uint32_t>(login));
     const uint64_t period = uint64_t(model.timerMinutes) * 60;
     for (uint64_t now = login; now < logout;) {
@@ -72,6 +94,11 @@ bool DesktopStream::Chance(double share) {
 DesktopRecord InitialRecord(const FleetModel& model, DesktopStream& stream) {
     const uint32_t cycle = model.cycleDays * kSecondsPerDay;
     DesktopRecord record;
+    if (model.freshShare > 0 && stream.Chance(model.freshShare)) {
+        record.lastLaunch = kNeverLaunched;
+        record.delayTime = 4294967295u; // "DelayTime" absent
+        return record;
+    }
     record.lastLaunch =
         model.synced ? kDayZero - cycle / 2 : kDayZero - cycle + stream.Below(cycle);
     return record;
@@ -86,11 +113,11 @@ void SimulateDesktop(const FleetModel& model, const SeedDraws& draws, DesktopStr
         return;
     }
     for (uint32_t day = 0; day < model.days; ++day) {
-        if (day % 7 >= 5) // day 0 is a Monday
+        Session session{0, 0};
+        if (!DayAtTheDesktop(model, day % 7, stream, session)) // day 0 is a Monday
             continue;
         const uint64_t midnight = kDayZero + uint64_t(day) * kSecondsPerDay;
-        const uint64_t login = midnight + DrawIn(model.login, stream);
-        const uint64_t logout = midnight + DrawIn(model.logout, stream);
-        RunSession(model, draws, record, login, logout, stream, sink, everyCheck);
+        RunSession(model, draws, record, midnight + session.login, midnight + session.logout,
+                   stream, sink, everyCheck);
     }
 }

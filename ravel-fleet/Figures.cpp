@@ -5,8 +5,6 @@
 
 namespace {
 
-constexpr uint32_t kLoginWindowSlack = 600;
-
 // The smallest wait that at least `share` of the scheduled launches did not exceed.
 uint32_t WaitQuantile(const std::vector<uint32_t>& waits, uint64_t count, double share) {
     const uint64_t rank = std::max<uint64_t>(1, uint64_t(share * double(count) + 0.999999));
@@ -17,15 +15,6 @@ uint32_t WaitQuantile(const std::vector<uint32_t>& waits, uint64_t count, double
             return static_cast<uint32_t>(wait);
     }
     return 0;
-}
-
-uint64_t InLoginWindow(const FleetModel& model, const Tally& tally) {
-    const uint32_t to = std::min(kSecondsPerDay, model.login.to + kLoginWindowSlack);
-    uint64_t count = 0;
-    for (uint32_t day = 0; day < model.days; ++day)
-        for (uint32_t second = model.login.from; second < to; ++second)
-            count += tally.perSecond[size_t(day) * kSecondsPerDay + second];
-    return count;
 }
 
 std::string Number(double value, const char* format) {
@@ -43,10 +32,11 @@ std::vector<uint32_t> PerMinute(const Tally& tally) {
     return minutes;
 }
 
-Figures ComputeFigures(const FleetModel& model, const Tally& tally) {
+Figures ComputeFigures(const Tally& tally) {
     Figures figures;
     figures.launches = tally.launches;
     figures.resumed = tally.resumed;
+    figures.neverLaunched = tally.neverLaunched;
     if (tally.launches == 0)
         return figures;
     const std::vector<uint32_t> minutes = PerMinute(tally);
@@ -55,7 +45,7 @@ Figures ComputeFigures(const FleetModel& model, const Tally& tally) {
     const auto active = std::count_if(minutes.begin(), minutes.end(), [](uint32_t n) { return n; });
     figures.meanPerActiveMinute = double(tally.launches) / double(active);
     figures.peakToMean = figures.peakPerMinute / figures.meanPerActiveMinute;
-    figures.loginWindowShare = double(InLoginWindow(model, tally)) / double(tally.launches);
+    figures.loginWindowShare = double(tally.inLoginWindow) / double(tally.launches);
     const uint64_t scheduled = tally.launches - tally.resumed;
     figures.hasWaits = scheduled > 0;
     if (figures.hasWaits) {
@@ -77,19 +67,32 @@ std::string FiguresJson(const Figures& f) {
            ",\"peak_to_mean\":" + orNull(any, Number(f.peakToMean, "%.3f")) +
            ",\"login_window_share\":" + orNull(any, Number(f.loginWindowShare, "%.4f")) +
            ",\"median_wait_s\":" + orNull(f.hasWaits, std::to_string(f.medianWait)) +
-           ",\"p95_wait_s\":" + orNull(f.hasWaits, std::to_string(f.p95Wait)) + "}\n";
+           ",\"p95_wait_s\":" + orNull(f.hasWaits, std::to_string(f.p95Wait)) +
+           ",\"never_launched\":" + std::to_string(f.neverLaunched) + "}\n";
 }
 
-std::string FiguresText(const FleetModel& model, const Figures& f) {
-    std::string text = "settings: " + DescribeModel(model) + "\n";
+std::string Duration(uint32_t seconds) {
+    std::string text = std::to_string(seconds) + " s";
+    if (seconds < 60)
+        return text;
+    const uint32_t hours = seconds / 3600, minutes = seconds / 60 % 60;
+    return text + " (" + (hours ? std::to_string(hours) + " h " : std::string()) +
+           std::to_string(minutes) + " min)";
+}
+
+std::string FiguresText(const FleetModel& model, const Figures& f, bool observed) {
+    std::string text = observed ? std::string() : "settings: " + DescribeModel(model) + "\n";
     text += "launches: " + std::to_string(f.launches);
     if (f.resumed > 0)
         text += " (" + std::to_string(f.resumed) + " resumed after an interruption)";
     text += "\n";
+    if (f.neverLaunched > 0 && !observed)
+        text += "desktops that never launched: " + std::to_string(f.neverLaunched) + "\n";
     if (f.launches == 0)
-        return text + "no launch in the simulated days\n";
-    const std::string window = ClockText(model.login.from) + "-" +
-                               ClockText(std::min(kSecondsPerDay, model.login.to + 600));
+        return text + (observed ? "no launch in the logs\n" : "no launch in the simulated days\n");
+    const std::string window =
+        ClockText(model.login.from) + "-" +
+        ClockText(std::min(kSecondsPerDay, model.login.to + kLoginWindowSlack));
     text += "peak per minute: " + std::to_string(f.peakPerMinute) + "\n";
     text += "peak per second: " + std::to_string(f.peakPerSecond) + "\n";
     text += "mean per active minute: " + Number(f.meanPerActiveMinute, "%.2f") + "\n";
@@ -97,8 +100,7 @@ std::string FiguresText(const FleetModel& model, const Figures& f) {
     text += "share in the login window (" + window +
             "): " + Number(100 * f.loginWindowShare, "%.1f") + "%\n";
     if (f.hasWaits)
-        text += "wait from the end of the cycle to the launch: median " +
-                std::to_string(f.medianWait) + " s, 95th percentile " + std::to_string(f.p95Wait) +
-                " s\n";
+        text += "wait from the end of the cycle to the launch: median " + Duration(f.medianWait) +
+                ", 95th percentile " + Duration(f.p95Wait) + "\n";
     return text;
 }

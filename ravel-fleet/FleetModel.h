@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -10,11 +11,30 @@
 // result never depends on the machine's time zone. Day 0 is Monday 2024-01-01.
 constexpr uint32_t kDayZero = 1704067200;
 constexpr uint32_t kSecondsPerDay = 86400;
+// A launch counts as in the login window up to this many seconds after the window's end.
+constexpr uint32_t kLoginWindowSlack = 600;
 
 // Seconds since midnight, from inclusive to exclusive.
 struct DayWindow {
     uint32_t from;
     uint32_t to;
+};
+
+// One day at a desktop as collected logs show it: login and logout, in seconds since midnight.
+struct Session {
+    uint32_t login;
+    uint32_t logout;
+};
+
+// Sessions by weekday (0 is Monday), drawn from for simulated desktops instead of the windows.
+struct SessionPool {
+    std::vector<Session> byWeekday[7];
+};
+
+// A share of the desktops in one time zone: `offset` seconds east of UTC.
+struct ZoneShare {
+    int32_t offset;
+    double share; // 0 to 1; the shares of a model add up to 1
 };
 
 struct FleetModel {
@@ -34,10 +54,34 @@ struct FleetModel {
     // since midnight, so desktops starting in the same second no longer draw alike.
     bool uniqueSeeds = false;
     uint64_t seed = 1;
+    // Desktops spread over time zones: each runs in its local time and the server's load is
+    // counted in UTC. Empty: one zone, and the load in its local time.
+    std::vector<ZoneShare> zones;
+    double absentShare = 0; // the chance that a desktop stays off on a weekday
+    // Desktops as a fresh install leaves them: no "LastLaunchTime" (the first check starts the
+    // cycle) and no "DelayTime" (read as the end of the 32-bit clock).
+    double freshShare = 0;
+    std::shared_ptr<const SessionPool> sessions; // logins and logouts from logs, when given
 };
 
+// The zone of desktop `index` of `agents`: the shares in order, each given its part of the
+// desktops by number. 0 without zones.
+int32_t ZoneOffset(const FleetModel& model, uint64_t index);
+
+enum class Mode { Simulate, Observe, Advise };
+
 struct CommandLine {
+    Mode mode = Mode::Simulate;
     FleetModel model;
+    std::vector<std::string> loginsFrom; // logs to draw logins and logouts from
+    // observe: the logs (files, and folders searched for *.log files) and their zone.
+    std::vector<std::string> logs;
+    int32_t utcOffset = 0;
+    bool inUtc = false;
+    // advise: the limits on the server's load, and the cycles to try (the model's alone if none).
+    uint32_t maxPerMinute = 0;
+    uint32_t maxPerSecond = 0;
+    std::vector<uint32_t> cycles;
     std::string csvPath;
     std::string svgPath;
     std::string overlayPath;  // a CSV of another run, drawn beside this one

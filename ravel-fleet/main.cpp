@@ -1,9 +1,12 @@
 // ravel-fleet: simulates a fleet of desktops running the agent and reports the load the
-// updater's launches put on the update server.
+// updater's launches put on the update server; `observe` reads collected logs and reports the
+// load they show; `advise` searches the settings that keep the load under limits.
+#include "Advise.h"
 #include "Charts.h"
 #include "Figures.h"
 #include "Fleet.h"
 #include "FleetModel.h"
+#include "Observe.h"
 
 #include <chrono>
 #include <cstdio>
@@ -20,33 +23,112 @@ int Fail(const std::string& message, int status) {
 }
 
 // Progress lines on standard error, only once the run has taken a few seconds.
-Progress ProgressPrinter(uint64_t agents) {
+std::function<void(uint64_t, uint64_t, const char*)> ProgressPrinter() {
     const auto start = std::chrono::steady_clock::now();
     auto last = start;
-    return [=](uint64_t done) mutable {
+    return [=](uint64_t done, uint64_t all, const char* what) mutable {
         const auto now = std::chrono::steady_clock::now();
         if (std::chrono::duration<double>(now - start).count() < kQuietSeconds ||
             std::chrono::duration<double>(now - last).count() < 2)
             return;
         last = now;
-        std::fprintf(stderr, "ravel-fleet: %llu of %llu desktops simulated (%.0f%%)\n",
-                     static_cast<unsigned long long>(done), static_cast<unsigned long long>(agents),
-                     100.0 * double(done) / agents);
+        std::fprintf(stderr, "ravel-fleet: %llu of %llu %s (%.0f%%)\n",
+                     static_cast<unsigned long long>(done), static_cast<unsigned long long>(all),
+                     what, 100.0 * double(done) / double(all));
     };
 }
 
-bool LoadOverlay(const CommandLine& line, Overlay& overlay, std::string& error) {
+bool LoadOverlay(const CommandLine& line, Series& overlay, std::string& error) {
     if (line.overlayPath.empty())
         return true;
     std::string text;
     if (!ReadTextFile(line.overlayPath, text, error))
         return false;
-    if (!ParsePerMinuteCsv(text, overlay.perMinute, error)) {
+    if (!ParsePerMinuteCsv(text, overlay, error)) {
         error = line.overlayPath + ": " + error;
         return false;
     }
-    overlay.label = line.overlayLabel.empty() ? line.overlayPath : line.overlayLabel;
+    if (!line.overlayLabel.empty() || overlay.label.empty())
+        overlay.label = line.overlayLabel.empty() ? line.overlayPath : line.overlayLabel;
     return true;
+}
+
+// Every log found at `paths`, read.
+bool ReadLogs(const std::vector<std::string>& paths, std::vector<DesktopLog>& logs,
+              std::string& error) {
+    std::vector<std::string> files;
+    if (!FindLogs(paths, files, error))
+        return false;
+    for (const std::string& file : files) {
+        std::string text;
+        if (!ReadTextFile(file, text, error))
+            return false;
+        logs.push_back(ReadDesktopLog(text));
+    }
+    return true;
+}
+
+// The CSV and the picture of a run's launches per minute, when asked for.
+int WriteCharts(const CommandLine& line, const std::string& subtitle, const Series& main) {
+    Series overlay;
+    std::string error;
+    if (!LoadOverlay(line, overlay, error))
+        return Fail(error, 1);
+    if (!line.csvPath.empty() && !WriteTextFile(line.csvPath, PerMinuteCsv(main), error))
+        return Fail(error, 1);
+    const std::string title = "Updater launches per minute seen by the update server";
+    if (!line.svgPath.empty() &&
+        !WriteTextFile(line.svgPath, PerMinuteSvg(title, subtitle, main, overlay), error))
+        return Fail(error, 1);
+    return 0;
+}
+
+int Simulate(CommandLine& line) {
+    std::string error;
+    std::vector<DesktopLog> logs;
+    if (!line.loginsFrom.empty()) {
+        if (!ReadLogs(line.loginsFrom, logs, error))
+            return Fail(error, 1);
+        line.model.sessions = std::make_shared<SessionPool>(PoolOf(logs));
+    }
+    auto progress = ProgressPrinter();
+    const Tally tally = RunFleet(line.model, kThreads, [&](uint64_t done) {
+        progress(done, line.model.agents, "desktops simulated");
+    });
+    const Figures figures = ComputeFigures(tally);
+    std::cout << (line.json ? FiguresJson(figures) : FiguresText(line.model, figures));
+    const std::string settings = DescribeModel(line.model);
+    return WriteCharts(line, settings, {tally.origin, PerMinute(tally), settings});
+}
+
+int ObserveLogs(const CommandLine& line) {
+    std::vector<DesktopLog> logs;
+    std::string error;
+    if (!ReadLogs(line.logs, logs, error))
+        return Fail(error, 1);
+    const Observation seen = Observe(logs, line.model, line.utcOffset);
+    std::cout << (line.json ? ObservationJson(seen) : ObservationText(seen, line.model));
+    const std::string label = "observed: " + std::to_string(seen.logs) + " desktops";
+    return WriteCharts(line, label + (line.inUtc ? " (UTC)" : " (their wall clocks)"),
+                       {seen.tally.origin, PerMinute(seen.tally), label});
+}
+
+int AdviseSettings(CommandLine& line) {
+    std::string error;
+    std::vector<DesktopLog> logs;
+    if (!line.loginsFrom.empty()) {
+        if (!ReadLogs(line.loginsFrom, logs, error))
+            return Fail(error, 1);
+        line.model.sessions = std::make_shared<SessionPool>(PoolOf(logs));
+    }
+    if (line.cycles.empty())
+        line.cycles = {line.model.cycleDays};
+    auto progress = ProgressPrinter();
+    const std::vector<Candidate> ranked =
+        Advise(line.model, line.cycles, {line.maxPerMinute, line.maxPerSecond}, kThreads,
+               [&](size_t done, size_t all) { progress(done, all, "settings simulated"); });
+    std::cout << AdviceText(ranked, {line.maxPerMinute, line.maxPerSecond});
+    return ranked.empty() || !ranked.front().fits ? 1 : 0;
 }
 
 } // namespace
@@ -64,19 +146,13 @@ int main(int argc, char* argv[]) {
         std::cout << "ravel-fleet " RAVEL_VERSION "\n";
         return 0;
     }
-    Overlay overlay;
-    if (!LoadOverlay(line, overlay, error))
-        return Fail(error, 1);
-
-    const Tally tally = RunFleet(line.model, kThreads, ProgressPrinter(line.model.agents));
-    const Figures figures = ComputeFigures(line.model, tally);
-    std::cout << (line.json ? FiguresJson(figures) : FiguresText(line.model, figures));
-
-    const std::vector<uint32_t> perMinute = PerMinute(tally);
-    if (!line.csvPath.empty() && !WriteTextFile(line.csvPath, PerMinuteCsv(perMinute), error))
-        return Fail(error, 1);
-    if (!line.svgPath.empty() &&
-        !WriteTextFile(line.svgPath, PerMinuteSvg(line.model, perMinute, overlay), error))
-        return Fail(error, 1);
-    return 0;
+    switch (line.mode) {
+    case Mode::Observe:
+        return ObserveLogs(line);
+    case Mode::Advise:
+        return AdviseSettings(line);
+    case Mode::Simulate:
+        break;
+    }
+    return Simulate(line);
 }

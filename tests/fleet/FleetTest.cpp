@@ -155,10 +155,10 @@ TEST(FleetTool, SameSeedSameFiguresInAnyTimeZone) {
     FleetModel model;
     model.agents = 3000;
     model.autoCheckNow = 0;
-    const std::string one = FiguresJson(ComputeFigures(model, RunFleet(model, 1, {})));
-    EXPECT_EQ(one, FiguresJson(ComputeFigures(model, RunFleet(model, 2, {})))) << "threads";
+    const std::string one = FiguresJson(ComputeFigures(RunFleet(model, 1, {})));
+    EXPECT_EQ(one, FiguresJson(ComputeFigures(RunFleet(model, 2, {})))) << "threads";
     model.seed = 2;
-    EXPECT_NE(one, FiguresJson(ComputeFigures(model, RunFleet(model, 2, {})))) << "seed";
+    EXPECT_NE(one, FiguresJson(ComputeFigures(RunFleet(model, 2, {})))) << "seed";
 
     const std::string options = " --agents 3000 --auto-check-now 0 --json";
     const ToolRun utc = RunTool(options);
@@ -182,10 +182,14 @@ TEST(FleetTool, WritesATableAndAWellFormedPicture) {
 
     std::string csv, svg, error;
     ASSERT_TRUE(ReadTextFile(dir + "/spread.csv", csv, error)) << error;
-    std::vector<uint32_t> perMinute;
-    ASSERT_TRUE(ParsePerMinuteCsv(csv, perMinute, error)) << error;
-    EXPECT_EQ(3u * 1440, perMinute.size());
+    Series series;
+    ASSERT_TRUE(ParsePerMinuteCsv(csv, series, error)) << error;
+    EXPECT_EQ(3u * 1440, series.perMinute.size());
+    EXPECT_EQ(kDayZero, series.origin);
     EXPECT_EQ("minute,launches\n2024-01-01 00:00,0\n", csv.substr(0, 35));
+    EXPECT_EQ(series.label, "2000 desktops, 3 days; UpdateCycle 1, AutoCheckNow 0, TimeRandomRange "
+                            "720, TimerMinutes 1; login 08:00-09:00, logout 17:00-18:00")
+        << "the settings, named in the table";
     const ToolRun lint = Shell("xmllint --noout " + dir + "/fleet.svg");
     EXPECT_EQ(0, lint.status) << lint.output;
     ASSERT_TRUE(ReadTextFile(dir + "/fleet.svg", svg, error)) << error;
