@@ -45,9 +45,10 @@ TEST(ObserveTheAgent, TheLaunchesAndLoginsTheRunsMade) {
     }
     {
         AgentPlace b; // launched just now: nothing due
-        b.LayOutInstalled({}, {{"UpdateRecord",
-                                {{"LastLaunchTime", QDateTime::currentDateTime().toString(
-                                                        "yyyy-MM-dd hh:mm:ss")}}}});
+        b.LayOutInstalled(
+            {},
+            {{"UpdateRecord",
+              {{"LastLaunchTime", QDateTime::currentDateTime().toString("yyyy-MM-dd hh:mm:ss")}}}});
         Login(b);
         EXPECT_EQ(Launches(b), 0);
         Keep(b, logs + "/b");
@@ -55,9 +56,10 @@ TEST(ObserveTheAgent, TheLaunchesAndLoginsTheRunsMade) {
     }
     {
         AgentPlace c; // its log grows past 5 MiB: emptied at the next login, which launches
-        c.LayOutInstalled({}, {{"UpdateRecord",
-                                {{"LastLaunchTime", QDateTime::currentDateTime().toString(
-                                                        "yyyy-MM-dd hh:mm:ss")}}}});
+        c.LayOutInstalled(
+            {},
+            {{"UpdateRecord",
+              {{"LastLaunchTime", QDateTime::currentDateTime().toString("yyyy-MM-dd hh:mm:ss")}}}});
         Login(c);
         WriteAll(c.data + "log/ravel.log",
                  ReadAll(c.data + "log/ravel.log") + std::string(5 << 20, '#') + "\n");
