@@ -13,15 +13,17 @@ using ::testing::HasSubstr;
 namespace {
 const QString kOld = "2000-01-01 00:00:00"; // a cycle long over
 
-// One login: the installed copy hands over, the resident copy checks once (and launches when
-// due), and the session ends through the port.
-void Login(AgentPlace& place) {
-    ASSERT_EQ(place.RunInstalled(), 0) << ReadAll(place.errFile);
-    EXPECT_EQ(place.EndResident(place.WaitForDuplicate()), 0);
-}
-
 int Launches(const AgentPlace& place) { // the stand-in updater's runs
     return QString::fromStdString(ReadAll(place.inst + "Tidewater.args")).count('\n');
+}
+
+// One login: the installed copy hands over, the resident copy checks once (and launches when
+// due), and once the updater has run `launchesBy` times in all the session ends through the port.
+void Login(AgentPlace& place, int launchesBy) {
+    ASSERT_EQ(place.RunInstalled(), 0) << ReadAll(place.errFile);
+    const pid_t resident = place.WaitForDuplicate();
+    EXPECT_TRUE(WaitUntil([&] { return Launches(place) >= launchesBy; }));
+    EXPECT_EQ(place.EndResident(resident), 0);
 }
 
 void Keep(const AgentPlace& place, const QString& folder, const std::string& extra = "") {
@@ -37,8 +39,8 @@ TEST(ObserveTheAgent, TheLaunchesAndLoginsTheRunsMade) {
     {
         AgentPlace a; // due: launches at its first login, and not at its second
         a.LayOutInstalled({}, {{"UpdateRecord", {{"LastLaunchTime", kOld}}}});
-        Login(a);
-        Login(a);
+        Login(a, 1);
+        Login(a, 1);
         launches += Launches(a);
         EXPECT_EQ(Launches(a), 1);
         Keep(a, logs + "/a");
@@ -49,7 +51,7 @@ TEST(ObserveTheAgent, TheLaunchesAndLoginsTheRunsMade) {
             {},
             {{"UpdateRecord",
               {{"LastLaunchTime", QDateTime::currentDateTime().toString("yyyy-MM-dd hh:mm:ss")}}}});
-        Login(b);
+        Login(b, 0);
         EXPECT_EQ(Launches(b), 0);
         Keep(b, logs + "/b");
         Keep(b, logs + "/d", "[Src/ravel(7)][2026-"); // copied while a line was written
@@ -60,11 +62,11 @@ TEST(ObserveTheAgent, TheLaunchesAndLoginsTheRunsMade) {
             {},
             {{"UpdateRecord",
               {{"LastLaunchTime", QDateTime::currentDateTime().toString("yyyy-MM-dd hh:mm:ss")}}}});
-        Login(c);
+        Login(c, 0);
         WriteAll(c.data + "log/ravel.log",
                  ReadAll(c.data + "log/ravel.log") + std::string(5 << 20, '#') + "\n");
         WriteConfigure("UpdateRecord", "LastLaunchTime", kOld, c.dup + "UserInfo.dat");
-        Login(c);
+        Login(c, 1);
         EXPECT_EQ(Launches(c), 1);
         launches += Launches(c);
         Keep(c, logs + "/c");
