@@ -1,6 +1,7 @@
 // Runs the built agent as real processes on a temporary installed folder and data folder.
 #pragma once
 
+#include "Accounts.h"
 #include "CommonFunctions.h"
 
 #include <QDir>
@@ -13,6 +14,7 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <map>
+#include <optional>
 #include <regex>
 #include <sstream>
 #include <sys/prctl.h>
@@ -151,7 +153,7 @@ public:
         WriteSettings(dup + "UserInfo.dat", user);
     }
 
-    // Standard output and error are appended to errFile.
+    // Standard output and error are appended to errFile (opened before the account is taken).
     pid_t Start(const std::string& program, std::vector<std::string> argv) {
         std::vector<char*> args;
         for (std::string& arg : argv)
@@ -162,6 +164,8 @@ public:
             dup2(open("/dev/null", O_RDONLY), 0);
             dup2(open(errFile.toLocal8Bit().constData(), O_WRONLY | O_CREAT | O_APPEND, 0644), 1);
             dup2(1, 2);
+            if (account && !BecomeAccount(*account))
+                _exit(126);
             execv(program.c_str(), args.data());
             _exit(127);
         }
@@ -234,6 +238,8 @@ public:
     QTemporaryDir temp{QDir::tempPath() + "/ravel-agent-XXXXXX"};
     const QString root = temp.path() + "/", inst = root + "inst/";
     const QString data, dup = data + "Brightwell/", errFile = root + "stderr.txt";
+    // When set, every program started here runs as this account (the tests run as root).
+    std::optional<Account> account;
     const std::string installedExe = (inst + "ravel.app/Contents/MacOS/ravel").toStdString(),
                       duplicateExe = (dup + "ravel.app/Contents/MacOS/ravel").toStdString(),
                       updater = (inst + "Tidewater.app/Contents/MacOS/Tidewater").toStdString();
