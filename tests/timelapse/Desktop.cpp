@@ -1,0 +1,199 @@
+#include "Desktop.h"
+
+#include "AgentHarness.h"
+#include "Judge.h"
+#include "Record.h"
+
+#include <QTextStream>
+#include <cstdio>
+
+namespace {
+// The default data root, as a real installation uses it (private to these namespaces).
+const QString kDataRoot = "/usr/local/zq_kt_userdata/";
+
+Settings ToSettings(const QMap<QString, QMap<QString, QString>>& map) {
+    Settings settings;
+    for (auto section = map.begin(); section != map.end(); ++section)
+        for (auto key = section->begin(); key != section->end(); ++key)
+            settings[section.key()][key.key()] = key.value();
+    return settings;
+}
+
+QString SelfPath() {
+    return QFileInfo("/proc/self/exe").canonicalFilePath();
+}
+
+// The login under libfaketime's wrapper, whose process keeps the day's shared clock; the status
+// of the session, or -2 when it outlived its deadline (then it is killed).
+int RunLogin(const DesktopPlan& plan, AgentPlace& place, const Login& login, const QString& day) {
+    const qint64 logout = Seconds(login.logout);
+    setenv("FAKETIME_DONT_RESET", "1", 1); // every process shares the wrapper's clock
+    const std::string clock = "@" + login.login.toStdString() + " x" + std::to_string(plan.speed);
+    const pid_t pid = StartProcess("/usr/bin/faketime",
+                                   {"faketime", "-f", clock, SelfPath().toStdString(), "--session",
+                                    place.inst.toStdString(), place.data.toStdString(),
+                                    day.toStdString(), std::to_string(logout)},
+                                   day + "stderr.txt", day + "stderr.txt");
+    const qint64 realSeconds = (logout - Seconds(login.login)) / plan.speed * 4 + 300;
+    int status = 0;
+    for (qint64 waited = 0; waitpid(pid, &status, WNOHANG) != pid; ++waited) {
+        if (waited > realSeconds * 10) {
+            kill(pid, SIGKILL), waitpid(pid, &status, 0);
+            return -2;
+        }
+        usleep(100000);
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+// The same question the login asked, for the moment the agent's first check came.
+Forecast Replay(const QString& day, qint64 firstCheck) {
+    if (firstCheck < 0)
+        return {};
+    const QString out = day + "replayed.json";
+    QFile::remove(out);
+    const pid_t pid = StartProcess(RAVEL_SCHEDULE_EXE,
+                                   {"ravel-schedule", (day + "asked/installed").toStdString(),
+                                    "--at", LocalText(firstCheck).toStdString(), "--json"},
+                                   out, day + "stderr.txt");
+    waitpid(pid, nullptr, 0);
+    return ForecastFrom(QByteArray::fromStdString(ReadAll(out)));
+}
+
+DayFacts FactsOf(const QString& day, const std::string& log) {
+    const Record r = ReadRecord(day + "session.txt");
+    DayFacts f;
+    f.login = r.value("login", "-1").toLongLong();
+    f.logout = r.value("logout", "-1").toLongLong();
+    f.installedStatus = r.value("installed", "-1").toInt();
+    f.residentEnd = r.value("resident_end");
+    f.problem = r.isEmpty() ? "the session left no record" : r.value("problem");
+    f.lastLaunch = Seconds(r.value("last_launch"));
+    f.updaterRuns = r.value("runs_to").toInt() - r.value("runs_from").toInt();
+    f.announced = ForecastFrom(QByteArray::fromStdString(ReadAll(day + "schedule.json")));
+    f.samples = ReadSamples(day + "samples.txt");
+    const size_t from = r.value("log_from").toULongLong(), to = r.value("log_to").toULongLong();
+    f.log =
+        ReadSessionLog(QString::fromStdString(log.substr(std::min(from, log.size()), to - from)));
+    return f;
+}
+
+Expectations ExpectationsOf(const Scenario& s) {
+    Expectations e;
+    e.interval = s.updateSetting.value("TimerMinutes", "600").toLongLong() * 60;
+    e.cycle = s.user.value("UpdateStrategy").value("UpdateCycle", "1").toLongLong() * 86400;
+#ifdef __SANITIZE_ADDRESS__
+    e.judgeMemory = false; // freed memory waits in the sanitizer's quarantine by design
+#endif
+    return e;
+}
+
+// "hh:mm:ss", or "Ddd hh:mm:ss" on another day than `day`.
+QString Moment(qint64 seconds, const QString& day) {
+    if (seconds < 0)
+        return "none";
+    const QString text = LocalText(seconds);
+    return text.left(10) == day.left(10)
+               ? text.mid(11)
+               : QDate::fromString(text.left(10), Qt::ISODate).toString("ddd ") + text.mid(11);
+}
+
+QString Window(const Forecast& f, const QString& day) {
+    return f.earliest < 0 ? QStringLiteral("none (%1)").arg(f.verdict)
+                          : Moment(f.earliest, day) + "-" + Moment(f.latest, day);
+}
+
+QString Row(int index, const Login& login, const DayFacts& f, const DayFindings& d) {
+    QStringList launches;
+    for (qint64 launch : d.launches)
+        launches << Moment(launch, login.login);
+    const QDate date = QDate::fromString(login.login.left(10), Qt::ISODate);
+    return QString::asprintf(
+        "%5d  %3d  %-14s %-11s %-10s %-29s %-9s %-9s %6d %5llds %7s %4s  %s", index, login.day,
+        qPrintable(date.toString("ddd yyyy-MM-dd")),
+        qPrintable(login.login.mid(11, 5) + "-" + login.logout.mid(11, 5)),
+        qPrintable(f.announced.verdict.isEmpty() ? "-" : f.announced.verdict),
+        qPrintable(Window(f.announced, login.login)), qPrintable(Moment(d.firstCheck, login.login)),
+        qPrintable(launches.isEmpty() ? "-" : launches.join(",")), d.checks, d.latest,
+        qPrintable(d.memory), qPrintable(d.handles), d.failures.isEmpty() ? "ok" : "FAILED");
+}
+
+QString Header(const Scenario& s) {
+    QStringList sessions;
+    for (const auto& [in, out] : s.sessions)
+        sessions << in.toString("hh:mm") + "-" + out.toString("hh:mm");
+    QStringList settings;
+    for (auto key = s.updateSetting.begin(); key != s.updateSetting.end(); ++key)
+        settings << key.key() + "=" + key.value();
+    const auto user = UserSettings(s);
+    for (const auto& section : user)
+        for (auto key = section.begin(); key != section.end(); ++key)
+            settings << key.key() + "=" + key.value();
+    return QStringLiteral("== %1: TZ=%2, %3 %4 (+0-%5 min); %6")
+        .arg(s.name, s.zone, s.weekends ? "every day" : "Mon-Fri", sessions.join(","))
+        .arg(s.jitter)
+        .arg(settings.join(' '));
+}
+} // namespace
+
+int RunDesktop(const DesktopPlan& plan) {
+    const Scenario& s = plan.scenario;
+    setenv("TZ", s.zone.toUtf8().constData(), 1);
+    tzset();
+    const QString asan = qEnvironmentVariable("ASAN_OPTIONS"); // libfaketime comes first
+    setenv("ASAN_OPTIONS",
+           qPrintable((asan.isEmpty() ? "" : asan + ":") + "verify_asan_link_order=0"), 1);
+    QDir().mkpath(kDataRoot); // as the installer leaves it: opened to every account
+    chmod(QFile::encodeName(kDataRoot).constData(), 0777);
+    AgentPlace place(kDataRoot + "Demo_Product/");
+    Settings tidewater;
+    for (auto key = s.updateSetting.begin(); key != s.updateSetting.end(); ++key)
+        tidewater["UpdateSetting"][key.key()] = key.value();
+    place.LayOutInstalled(tidewater, ToSettings(UserSettings(s)));
+
+    const QList<Login> logins = LoginsOf(s, plan.days);
+    QTextStream out(stdout);
+    out << Header(s) << "\nlogin  day  date           session     verdict    window at login"
+        << "               1st check launches  checks  late  memory  fds  result\n";
+    const Expectations expect = ExpectationsOf(s);
+    QStringList findings;
+    int launches = 0, checks = 0;
+    qint64 latest = 0;
+    for (int i = 0; i < logins.size(); ++i) {
+        const QString day = plan.out + QString::asprintf("login-%02d/", i + 1);
+        QDir(day).removeRecursively();
+        QDir().mkpath(day);
+        const int status = RunLogin(plan, place, logins[i], day);
+        std::fprintf(stderr, "%s: login %d of %d (%s to %s) done\n", qPrintable(s.name), i + 1,
+                     int(logins.size()), qPrintable(logins[i].login),
+                     qPrintable(logins[i].logout.mid(11)));
+        DayFacts facts = FactsOf(day, ReadAll(place.data + "log/ravel.log"));
+        if (status != 0)
+            facts.problem += QStringLiteral(" (the session ended with %1)").arg(status);
+        facts.replayed = Replay(day, FirstCheck(facts.log));
+        const DayFindings found = JudgeDay(facts, expect);
+        out << Row(i + 1, logins[i], facts, found) << "\n";
+        out.flush();
+        for (const QString& failure : found.failures)
+            findings << QStringLiteral("  login %1: %2").arg(i + 1).arg(failure);
+        launches += found.launches.size(), checks += found.checks;
+        latest = std::max(latest, found.latest);
+    }
+    WriteAll(plan.out + "ravel.log", ReadAll(place.data + "log/ravel.log"));
+    const QString summary =
+        QStringLiteral("%1: %2 days, %3 logins, %4 launches, %5 checks, the latest %6 s after its "
+                       "time: %7")
+            .arg(s.name, -14)
+            .arg(plan.days)
+            .arg(logins.size())
+            .arg(launches)
+            .arg(checks)
+            .arg(latest)
+            .arg(findings.isEmpty() ? "passed"
+                                    : QStringLiteral("FAILED, %1 finding(s)").arg(findings.size()));
+    for (const QString& finding : findings)
+        out << finding << "\n";
+    out << summary << "\n";
+    WriteAll(plan.out + "summary.txt", (summary + "\n").toStdString());
+    return findings.isEmpty() ? 0 : 1;
+}
