@@ -4,7 +4,6 @@
 #include "Judge.h"
 #include "Record.h"
 
-#include <QTextStream>
 #include <cstdio>
 
 namespace {
@@ -29,7 +28,7 @@ int RunLogin(const DesktopPlan& plan, AgentPlace& place, const Login& login, con
     const qint64 logout = Seconds(login.logout);
     setenv("FAKETIME_DONT_RESET", "1", 1); // every process shares the wrapper's clock
     const std::string clock = "@" + login.login.toStdString() + " x" + std::to_string(plan.speed);
-    const pid_t pid = StartProcess("/usr/bin/faketime",
+    const pid_t pid = StartProcess(FAKETIME_EXE,
                                    {"faketime", "-f", clock, SelfPath().toStdString(), "--session",
                                     place.inst.toStdString(), place.data.toStdString(),
                                     day.toStdString(), std::to_string(logout)},
@@ -98,9 +97,12 @@ QString Moment(qint64 seconds, const QString& day) {
                : QDate::fromString(text.left(10), Qt::ISODate).toString("ddd ") + text.mid(11);
 }
 
+// "from-to", one moment when they agree, or "none (verdict)".
 QString Window(const Forecast& f, const QString& day) {
-    return f.earliest < 0 ? QStringLiteral("none (%1)").arg(f.verdict)
-                          : Moment(f.earliest, day) + "-" + Moment(f.latest, day);
+    if (f.earliest < 0)
+        return QStringLiteral("none (%1)").arg(f.verdict.isEmpty() ? "no answer" : f.verdict);
+    const QString from = Moment(f.earliest, day);
+    return f.latest == f.earliest ? from : from + "-" + Moment(f.latest, day);
 }
 
 QString Row(int index, const Login& login, const DayFacts& f, const DayFindings& d) {
@@ -109,11 +111,12 @@ QString Row(int index, const Login& login, const DayFacts& f, const DayFindings&
         launches << Moment(launch, login.login);
     const QDate date = QDate::fromString(login.login.left(10), Qt::ISODate);
     return QString::asprintf(
-        "%5d  %3d  %-14s %-11s %-10s %-29s %-9s %-9s %6d %5llds %7s %4s  %s", index, login.day,
-        qPrintable(date.toString("ddd yyyy-MM-dd")),
+        "%3d  %-9s  %-11s  %-10s  %-21s  %-8s   %-21s  %-9s %6d %4llds %7s %3s  %s", index,
+        qPrintable(date.toString("ddd MM-dd")),
         qPrintable(login.login.mid(11, 5) + "-" + login.logout.mid(11, 5)),
         qPrintable(f.announced.verdict.isEmpty() ? "-" : f.announced.verdict),
         qPrintable(Window(f.announced, login.login)), qPrintable(Moment(d.firstCheck, login.login)),
+        qPrintable(Window(f.replayed, login.login)),
         qPrintable(launches.isEmpty() ? "-" : launches.join(",")), d.checks, d.latest,
         qPrintable(d.memory), qPrintable(d.handles), d.failures.isEmpty() ? "ok" : "FAILED");
 }
@@ -129,51 +132,65 @@ QString Header(const Scenario& s) {
     for (const auto& section : user)
         for (auto key = section.begin(); key != section.end(); ++key)
             settings << key.key() + "=" + key.value();
-    return QStringLiteral("== %1: TZ=%2, %3 %4 (+0-%5 min); %6")
-        .arg(s.name, s.zone, s.weekends ? "every day" : "Mon-Fri", sessions.join(","))
-        .arg(s.jitter)
-        .arg(settings.join(' '));
+    const QString jitter =
+        s.jitter ? QStringLiteral(" (each up to %1 min later)").arg(s.jitter) : "";
+    return QStringLiteral("== %1: TZ=%2, %3 %4%5; %6")
+        .arg(s.name, s.zone, s.weekends ? "every day" : "Mon-Fri", sessions.join(","), jitter,
+             settings.join(' '));
+}
+
+// The zone of the desktop for every process; the sanitizer told that libfaketime comes first.
+void SetEnvironment(const Scenario& s) {
+    setenv("TZ", s.zone.toUtf8().constData(), 1);
+    tzset();
+    const QString asan = qEnvironmentVariable("ASAN_OPTIONS");
+    setenv("ASAN_OPTIONS",
+           qPrintable((asan.isEmpty() ? "" : asan + ":") + "verify_asan_link_order=0"), 1);
+}
+
+// The product as its installer leaves it, with the default data root opened to every account.
+void LayOut(AgentPlace& place, const Scenario& s) {
+    QDir().mkpath(kDataRoot);
+    chmod(QFile::encodeName(kDataRoot).constData(), 0777);
+    Settings tidewater;
+    for (auto key = s.updateSetting.begin(); key != s.updateSetting.end(); ++key)
+        tidewater["UpdateSetting"][key.key()] = key.value();
+    place.LayOutInstalled(tidewater, ToSettings(UserSettings(s)));
+}
+
+// One login run and judged: its row of the table, its findings.
+DayFindings Judged(const DesktopPlan& plan, AgentPlace& place, const Login& login, int index) {
+    const QString day = plan.out + QString::asprintf("login-%02d/", index);
+    QDir(day).removeRecursively();
+    QDir().mkpath(day);
+    const int status = RunLogin(plan, place, login, day);
+    std::fprintf(stderr, "%s: login %d (%s to %s) done\n", qPrintable(plan.scenario.name), index,
+                 qPrintable(login.login), qPrintable(login.logout.mid(11)));
+    DayFacts facts = FactsOf(day, ReadAll(place.data + "log/ravel.log"));
+    if (status != 0)
+        facts.problem += QStringLiteral(" (the session ended with %1)").arg(status);
+    facts.replayed = Replay(day, FirstCheck(facts.log));
+    DayFindings found = JudgeDay(facts, ExpectationsOf(plan.scenario));
+    std::printf("%s\n", qPrintable(Row(index, login, facts, found)));
+    std::fflush(stdout);
+    return found;
 }
 } // namespace
 
 int RunDesktop(const DesktopPlan& plan) {
     const Scenario& s = plan.scenario;
-    setenv("TZ", s.zone.toUtf8().constData(), 1);
-    tzset();
-    const QString asan = qEnvironmentVariable("ASAN_OPTIONS"); // libfaketime comes first
-    setenv("ASAN_OPTIONS",
-           qPrintable((asan.isEmpty() ? "" : asan + ":") + "verify_asan_link_order=0"), 1);
-    QDir().mkpath(kDataRoot); // as the installer leaves it: opened to every account
-    chmod(QFile::encodeName(kDataRoot).constData(), 0777);
+    SetEnvironment(s);
     AgentPlace place(kDataRoot + "Demo_Product/");
-    Settings tidewater;
-    for (auto key = s.updateSetting.begin(); key != s.updateSetting.end(); ++key)
-        tidewater["UpdateSetting"][key.key()] = key.value();
-    place.LayOutInstalled(tidewater, ToSettings(UserSettings(s)));
-
+    LayOut(place, s);
+    std::printf("%s\n  #  date       session      verdict     window at login        1st check  "
+                "window for it          launches   checks late  memory fds  result\n",
+                qPrintable(Header(s)));
     const QList<Login> logins = LoginsOf(s, plan.days);
-    QTextStream out(stdout);
-    out << Header(s) << "\nlogin  day  date           session     verdict    window at login"
-        << "               1st check launches  checks  late  memory  fds  result\n";
-    const Expectations expect = ExpectationsOf(s);
     QStringList findings;
     int launches = 0, checks = 0;
     qint64 latest = 0;
     for (int i = 0; i < logins.size(); ++i) {
-        const QString day = plan.out + QString::asprintf("login-%02d/", i + 1);
-        QDir(day).removeRecursively();
-        QDir().mkpath(day);
-        const int status = RunLogin(plan, place, logins[i], day);
-        std::fprintf(stderr, "%s: login %d of %d (%s to %s) done\n", qPrintable(s.name), i + 1,
-                     int(logins.size()), qPrintable(logins[i].login),
-                     qPrintable(logins[i].logout.mid(11)));
-        DayFacts facts = FactsOf(day, ReadAll(place.data + "log/ravel.log"));
-        if (status != 0)
-            facts.problem += QStringLiteral(" (the session ended with %1)").arg(status);
-        facts.replayed = Replay(day, FirstCheck(facts.log));
-        const DayFindings found = JudgeDay(facts, expect);
-        out << Row(i + 1, logins[i], facts, found) << "\n";
-        out.flush();
+        const DayFindings found = Judged(plan, place, logins[i], i + 1);
         for (const QString& failure : found.failures)
             findings << QStringLiteral("  login %1: %2").arg(i + 1).arg(failure);
         launches += found.launches.size(), checks += found.checks;
@@ -181,8 +198,8 @@ int RunDesktop(const DesktopPlan& plan) {
     }
     WriteAll(plan.out + "ravel.log", ReadAll(place.data + "log/ravel.log"));
     const QString summary =
-        QStringLiteral("%1: %2 days, %3 logins, %4 launches, %5 checks, the latest %6 s after its "
-                       "time: %7")
+        QStringLiteral("%1: %2 day(s), %3 login(s), %4 launch(es), %5 checks, the latest %6 s "
+                       "after its time: %7")
             .arg(s.name, -14)
             .arg(plan.days)
             .arg(logins.size())
@@ -191,9 +208,8 @@ int RunDesktop(const DesktopPlan& plan) {
             .arg(latest)
             .arg(findings.isEmpty() ? "passed"
                                     : QStringLiteral("FAILED, %1 finding(s)").arg(findings.size()));
-    for (const QString& finding : findings)
-        out << finding << "\n";
-    out << summary << "\n";
+    std::printf("%s%s\n", qPrintable(findings.isEmpty() ? "" : findings.join('\n') + "\n"),
+                qPrintable(summary));
     WriteAll(plan.out + "summary.txt", (summary + "\n").toStdString());
     return findings.isEmpty() ? 0 : 1;
 }

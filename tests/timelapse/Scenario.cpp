@@ -3,23 +3,6 @@
 #include <QRandomGenerator>
 #include <QTimeZone>
 
-const char kSettingsHelp[] =
-    "Settings, KEY=VALUE (after an optional scenario name; later ones win):\n"
-    "  Tidewater.dat, \"UpdateSetting\": AutoCheckNow, TimeRandomRange, TimerMinutes,\n"
-    "    ConfigCycleDefault, RunWithSystem\n"
-    "    (TimerMinutes 1 to 1440)\n"
-    "  UserInfo.dat: Strategy, UpdateCycle (0 to 3650), LastLaunchTime (\"yyyy-MM-dd hh:mm:ss\"; "
-    "by default\n"
-    "    the scenario's moment before the first day), LastStatus, DelayTimes, DelayTime\n"
-    "  the desktop: TZ (a zone, e.g. Europe/Berlin), start (yyyy-MM-dd, the first day),\n"
-    "    sessions (HH:MM-HH:MM[,HH:MM-HH:MM...], the logins of a day, within the day),\n"
-    "    jitter (0 to 120: minutes each login and logout may come later), weekends (yes|no)\n"
-    "Scenarios: auto, range-inside, range-beyond, two-day-cycle, dst-new-york, dst-berlin.\n"
-    "With no scenario and no setting every scenario runs, each on a desktop of its own; with\n"
-    "settings alone one desktop runs \"auto\" changed by them. Example:\n"
-    "  timelapse.sh --days 5 AutoCheckNow=0 TimeRandomRange=120 TZ=Asia/Tokyo "
-    "sessions=09:00-18:00\n";
-
 namespace {
 const char kDateTime[] = "yyyy-MM-dd hh:mm:ss";
 

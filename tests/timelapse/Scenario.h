@@ -34,14 +34,12 @@ struct Login {
 // in America/New_York and one in Europe/Berlin.
 QList<Scenario> StandardScenarios();
 
-// The scenarios a command line's settings name (see SettingsHelp): every standard one when
+// The scenarios a command line's settings name (their syntax: scripts/timelapse.sh --help):
+// every standard one when
 // `settings` is empty, else one desktop: the standard scenario its first word names, or "auto",
 // changed by each KEY=VALUE. False with a message in `problem` for an unknown word or key, or a
 // value out of its range.
 bool ScenariosFrom(const QStringList& settings, QList<Scenario>& scenarios, QString& problem);
-
-// The settings' syntax, for --help.
-extern const char kSettingsHelp[];
 
 // The first `days` days with a login, in order, each with its sessions; the jitter is drawn from
 // a generator seeded by the scenario's name, so a scenario runs the same every time.

@@ -54,12 +54,13 @@ QString EndOf(int status) {
     return QStringLiteral("exit %1").arg(WEXITSTATUS(status));
 }
 
-// Collects every ended child (the updater's runs end as our children too); notes the resident's.
-void Reap(pid_t resident, QString& end) {
+// Collects every ended child (the updater's runs end as our children too); the resident's end,
+// if it is among them, goes to `end`.
+void Reap(pid_t resident = 0, QString* end = nullptr) {
     int status = 0;
     for (pid_t pid; (pid = waitpid(-1, &status, WNOHANG)) > 0;)
-        if (pid == resident)
-            end = EndOf(status);
+        if (pid == resident && end)
+            *end = EndOf(status);
 }
 
 qint64 Lines(const QString& path) {
@@ -85,9 +86,8 @@ Sample Look(pid_t pid, const QString& userInfo) {
     sample.at = time(nullptr);
     const QString proc = "/proc/" + QString::number(pid) + "/";
     for (const QString& line : QString::fromStdString(ReadAll(proc + "status")).split('\n'))
-        if (line.startsWith("VmRSS:"))
-            sample.rssKb =
-                line.section(' ', 1, -1, QString::SectionSkipEmpty).section(' ', 0, 0).toLongLong();
+        if (line.startsWith("VmRSS:")) // "VmRSS:     12908 kB"
+            sample.rssKb = line.split(' ', Qt::SkipEmptyParts).value(1).toLongLong();
     sample.fds =
         QDir(proc + "fd").entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::System).size();
     sample.lastLaunch = Seconds(LastLaunch(userInfo));
@@ -98,7 +98,7 @@ Sample Look(pid_t pid, const QString& userInfo) {
 void Live(const SessionPlan& p, pid_t resident, const QString& userInfo, QString& end) {
     while (time(nullptr) < p.logout && end.isEmpty()) {
         AppendSample(p.day + "samples.txt", Look(resident, userInfo));
-        Reap(resident, end);
+        Reap(resident, &end);
         Nap(60);
     }
 }
@@ -114,44 +114,61 @@ void EndResident(pid_t resident, QString& end) {
     else
         end = "still running after SIGTERM", kill(resident, SIGKILL), waitpid(resident, nullptr, 0);
 }
-} // namespace
+// Where things are, for one login.
+struct Places {
+    explicit Places(const SessionPlan& p)
+        : userInfo(p.data + "Brightwell/UserInfo.dat"), log(p.data + "log/ravel.log"),
+          runs(p.installed + "Tidewater.args"), err(p.day + "stderr.txt"),
+          installedExe((p.installed + "ravel.app/Contents/MacOS/ravel").toStdString()),
+          residentExe((p.data + "Brightwell/ravel.app/Contents/MacOS/ravel").toStdString()),
+          updaterExe((p.installed + "Tidewater.app/Contents/MacOS/Tidewater").toStdString()) {}
+    const QString userInfo, log, runs, err;
+    const std::string installedExe, residentExe, updaterExe;
+};
 
-int RunSession(const SessionPlan& p) {
-    prctl(PR_SET_CHILD_SUBREAPER, 1); // detached starts end as our children
-    const QString userInfo = p.data + "Brightwell/UserInfo.dat", log = p.data + "log/ravel.log";
-    const QString runs = p.installed + "Tidewater.args", err = p.day + "stderr.txt";
-    Record r;
-    r["login"] = QString::number(time(nullptr));
-    r["last_launch"] = LastLaunch(userInfo);
-    r["log_from"] = QString::number(QFileInfo(log).size());
-    r["runs_from"] = QString::number(Lines(runs));
-    QStringList problems;
-    if (Finish(StartProcess(RAVEL_SCHEDULE_EXE,
-                            {"ravel-schedule", p.installed.toStdString(), "--json"},
-                            p.day + "schedule.json", err)) != 0)
-        problems << "the inspector failed at login";
-    KeepAsked(p.installed, userInfo, p.day + "asked/");
-    const std::string installedExe = (p.installed + "ravel.app/Contents/MacOS/ravel").toStdString();
-    const std::string residentExe =
-        (p.data + "Brightwell/ravel.app/Contents/MacOS/ravel").toStdString();
-    r["installed"] = QString::number(Finish(StartProcess(installedExe, {installedExe}, err, err)));
+// The inspector's answer at login, and a copy of what it was asked about.
+void Ask(const SessionPlan& p, const Places& at, Record& r) {
+    const std::vector<std::string> ask{"ravel-schedule", p.installed.toStdString(), "--json"};
+    if (Finish(StartProcess(RAVEL_SCHEDULE_EXE, ask, p.day + "schedule.json", at.err)) != 0)
+        r["problem"] = "the inspector failed at login";
+    KeepAsked(p.installed, at.userInfo, p.day + "asked/");
+}
+
+// The installed copy's run, then the resident's life until logout and its end.
+void LogIn(const SessionPlan& p, const Places& at, Record& r) {
+    r["installed"] =
+        QString::number(Finish(StartProcess(at.installedExe, {at.installedExe}, at.err, at.err)));
     pid_t resident = 0;
-    WaitFor([&] { return (resident = FindProcess(residentExe)) != 0; });
+    WaitFor([&] { return (resident = FindProcess(at.residentExe)) != 0; });
     QString end;
     if (resident) {
-        Live(p, resident, userInfo, end);
+        Live(p, resident, at.userInfo, end);
         r["logout"] = QString::number(time(nullptr));
         EndResident(resident, end);
     }
     r["resident_end"] = end;
-    WaitFor([&] {
-        return !FindProcess(p.installed.toStdString() + "Tidewater.app/Contents/MacOS/Tidewater");
-    });
-    Reap(0, end);
-    if (FindProcess(installedExe) || FindProcess(residentExe))
-        problems << "an agent process outlived the session";
-    r["log_to"] = QString::number(QFileInfo(log).size());
-    r["runs_to"] = QString::number(Lines(runs));
-    r["problem"] = problems.join("; ");
+}
+
+// The state the judge compares across the session: the log's size, the updater's runs.
+void Mark(const Places& at, Record& r, const QString& when) {
+    r["log_" + when] = QString::number(QFileInfo(at.log).size());
+    r["runs_" + when] = QString::number(Lines(at.runs));
+}
+} // namespace
+
+int RunSession(const SessionPlan& p) {
+    prctl(PR_SET_CHILD_SUBREAPER, 1); // detached starts end as our children
+    const Places at(p);
+    Record r;
+    r["login"] = QString::number(time(nullptr));
+    r["last_launch"] = LastLaunch(at.userInfo);
+    Mark(at, r, "from");
+    Ask(p, at, r);
+    LogIn(p, at, r);
+    WaitFor([&] { return !FindProcess(at.updaterExe); });
+    Reap();
+    if (FindProcess(at.installedExe) || FindProcess(at.residentExe))
+        r["problem"] += " an agent process outlived the session";
+    Mark(at, r, "to");
     return WriteRecord(p.day + "session.txt", r) ? 0 : 1;
 }

@@ -38,14 +38,8 @@ int Parse(int argc, char** argv, Options& o) {
         const QString word = argv[i];
         const bool valued = i + 1 < argc;
         if (word == "--help" || word == "-h") {
-            std::printf("%s\n\nThe real agent through simulated days on a fast clock: each login "
-                        "asks ravel-schedule for its\nverdict, starts the installed copy and ends "
-                        "the resident copy with SIGTERM at logout; the\nlaunches, the checks' "
-                        "pace, the resident's memory and descriptors and the log are judged.\n"
-                        "  --days N   days with logins (1 to 60; 2)\n  --speed X  simulated "
-                        "seconds per real second (60 to 3600; 600)\n  --out DIR  folder for "
-                        "each desktop's logins, log and report (build/timelapse)\n\n%s",
-                        kUsage, kSettingsHelp);
+            std::printf("%s\nThe options, scenarios and settings: scripts/timelapse.sh --help\n",
+                        kUsage);
             return 0;
         } else if (word == "--days" && valued) {
             if (!Number(argv[++i], 1, 60, o.days))
