@@ -88,23 +88,26 @@ void JudgePace(const DayFacts& f, const Expectations& e, DayFindings& out) {
         return;
     }
     const qint64 first = out.firstCheck = checks.first().at, allowed = LatenessAllowed(e);
+    QStringList off; // checks off their time: the first is told, and how many there were
     for (int k = 0; k < checks.size(); ++k) {
         const qint64 due = first + k * e.interval, late = checks[k].at - due;
         out.latest = std::max(out.latest, late);
         if (checks[k].minutes != quint32(e.interval / 60))
-            out.failures << QStringLiteral("check at %1 logged Sleep %2 Minutes")
-                                .arg(Clock(checks[k].at))
-                                .arg(checks[k].minutes);
+            off << QStringLiteral("check at %1 logged Sleep %2 Minutes")
+                       .arg(Clock(checks[k].at))
+                       .arg(checks[k].minutes);
         if (late < -2 || late > allowed)
-            out.failures << QStringLiteral("check %1 came at %2, %3 s from its time %4 (%5 s to "
-                                           "%6 s allowed)")
-                                .arg(k + 1)
-                                .arg(Clock(checks[k].at))
-                                .arg(late)
-                                .arg(Clock(due))
-                                .arg(-2)
-                                .arg(allowed);
+            off << QStringLiteral("check %1 came at %2, %3 s from its time %4 (-2 s to %5 s "
+                                  "allowed)")
+                       .arg(k + 1)
+                       .arg(Clock(checks[k].at))
+                       .arg(late)
+                       .arg(Clock(due))
+                       .arg(allowed);
     }
+    if (!off.isEmpty())
+        out.failures << off.first() +
+                            (off.size() > 1 ? QStringLiteral("; %1 such").arg(off.size()) : "");
     // The last check before logout may come after it when late.
     const qint64 most = (f.logout + 2 - first) / e.interval + 1;
     const qint64 least = std::max<qint64>(1, (f.logout - allowed - first) / e.interval + 1);

@@ -114,7 +114,8 @@ TEST_F(Judge, EachFaultIsFound) {
     const Row rows[] = {
         {"a check skipped",
          [&](DayFacts& f) { log(f, ResidentLog([](int k) { return k >= 10 ? 600 : 0; })); },
-         "came at 10:31:00, 600 s from its time 10:21:00"},
+         "check 11 came at 10:21:00, 600 s from its time 10:11:00 (-2 s to 300 s allowed); 14 "
+         "such"},
         {"a check early",
          [&](DayFacts& f) { log(f, ResidentLog([](int k) { return k == 7 ? -3 : 0; })); },
          "-3 s from its time"},
