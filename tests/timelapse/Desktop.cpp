@@ -18,10 +18,6 @@ Settings ToSettings(const QMap<QString, QMap<QString, QString>>& map) {
     return settings;
 }
 
-QString SelfPath() {
-    return QFileInfo("/proc/self/exe").canonicalFilePath();
-}
-
 // The login under libfaketime's wrapper, whose process keeps the day's shared clock; the status
 // of the session, or -2 when it outlived its deadline (then it is killed).
 int RunLogin(const DesktopPlan& plan, AgentPlace& place, const Login& login, const QString& day) {
@@ -29,7 +25,7 @@ int RunLogin(const DesktopPlan& plan, AgentPlace& place, const Login& login, con
     setenv("FAKETIME_DONT_RESET", "1", 1); // every process shares the wrapper's clock
     const std::string clock = "@" + login.login.toStdString() + " x" + std::to_string(plan.speed);
     const pid_t pid = StartProcess(FAKETIME_EXE,
-                                   {"faketime", "-f", clock, SelfPath().toStdString(), "--session",
+                                   {"faketime", "-f", clock, plan.self.toStdString(), "--session",
                                     place.inst.toStdString(), place.data.toStdString(),
                                     day.toStdString(), std::to_string(logout)},
                                    day + "stderr.txt", day + "stderr.txt");

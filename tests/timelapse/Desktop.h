@@ -9,7 +9,8 @@ struct DesktopPlan {
     Scenario scenario;
     int days = 2;
     int speed = 600; // simulated seconds per real second
-    QString out; // the desktop's folder, ending with "/": a folder per login, the log, the report
+    QString out;  // the desktop's folder, ending with "/": a folder per login, the log, the report
+    QString self; // this program, which runs each login as "--session"
 };
 
 // Runs the logins one after another (progress on standard error), judges them, prints the report

@@ -25,6 +25,8 @@ struct SessionLog {
     bool unbalanced = false;  // an End banner with no run open
     qint64 earliest = -1, latest = -1; // time stamps
 };
+// The checks, banners and malformed lines of `text` (lines ended by "\n"); a check the text ends
+// in is kept when it launched or drew, with minutes 0. Never fails.
 SessionLog ReadSessionLog(const QString& text);
 // The moment of the first check that a "Sleep" line closed; -1 when none did.
 qint64 FirstCheck(const SessionLog& log);
@@ -82,4 +84,6 @@ struct DayFindings {
     QList<qint64> launches;  // moments the updater was started
     QString memory, handles; // resident memory growth and descriptors over the quiet stretch
 };
+// Every promise of one login judged (docs/reliability.md, the time-lapse soak): a failure's text
+// for each one broken, with the moments involved.
 DayFindings JudgeDay(const DayFacts& facts, const Expectations& expect);

@@ -79,13 +79,12 @@ int Wait(pid_t pid) {
 }
 
 // Every scenario on a desktop of its own, at once; their reports, then their summaries.
-int Drive(const Options& o, const QList<Scenario>& scenarios) {
+int Drive(const Options& o, const QList<Scenario>& scenarios, const std::string& self) {
     QDir().mkpath(o.out);
     if (Wait(StartProcess("/bin/sh", Isolated(o.out, {"true"}), "/dev/null", "/dev/null")) != 0) {
         std::printf("skipped: private namespaces cannot be made here (run as root)\n");
         return 77;
     }
-    const std::string self = QFileInfo("/proc/self/exe").canonicalFilePath().toStdString();
     std::vector<pid_t> desktops;
     for (const Scenario& s : scenarios) {
         const QString folder = o.out + s.name + "/";
@@ -129,7 +128,9 @@ int main(int argc, char** argv) {
     QString problem;
     if (!ScenariosFrom(o.settings, scenarios, problem))
         return Usage(problem);
+    // Found once: a rebuild during a run replaces the file, and the link then names no file.
+    const QString self = QFileInfo("/proc/self/exe").canonicalFilePath();
     if (o.desktop.isEmpty())
-        return Drive(o, scenarios);
-    return RunDesktop({scenarios.first(), o.days, o.speed, o.desktop});
+        return Drive(o, scenarios, self.toStdString());
+    return RunDesktop({scenarios.first(), o.days, o.speed, o.desktop, self});
 }
