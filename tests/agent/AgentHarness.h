@@ -3,6 +3,7 @@
 
 #include "Accounts.h"
 #include "CommonFunctions.h"
+#include "LogLine.h"
 
 #include <QDir>
 #include <QFile>
@@ -15,7 +16,6 @@
 #include <gtest/gtest.h>
 #include <map>
 #include <optional>
-#include <regex>
 #include <sstream>
 #include <sys/prctl.h>
 #include <sys/socket.h>
@@ -88,6 +88,30 @@ inline bool EndedChild(const std::string& command) {
     return false;
 }
 
+// Starts `program` with `argv` (its first element the program's name), standard input from
+// /dev/null, standard output and error appended to the files `out` and `err` (opened before the
+// account, if any, is taken). The PID; the child ends with 126 when it cannot become `account`.
+inline pid_t StartProcess(const std::string& program, std::vector<std::string> argv,
+                          const QString& out, const QString& err,
+                          const Account* account = nullptr) {
+    std::vector<char*> args;
+    for (std::string& arg : argv)
+        args.push_back(arg.data());
+    args.push_back(nullptr);
+    const pid_t pid = fork();
+    if (pid == 0) {
+        const int append = O_WRONLY | O_CREAT | O_APPEND;
+        dup2(open("/dev/null", O_RDONLY), 0);
+        dup2(open(out.toLocal8Bit().constData(), append, 0644), 1);
+        dup2(open(err.toLocal8Bit().constData(), append, 0644), 2);
+        if (account && !BecomeAccount(*account))
+            _exit(126);
+        execv(program.c_str(), args.data());
+        _exit(127);
+    }
+    return pid;
+}
+
 // 127.0.0.1:31334 listened on (the socket, or -1), or connected to and closed at once (1 when
 // accepted, 0 when refused).
 inline int UsePort(bool listening) {
@@ -155,20 +179,8 @@ public:
 
     // Standard output and error are appended to errFile (opened before the account is taken).
     pid_t Start(const std::string& program, std::vector<std::string> argv) {
-        std::vector<char*> args;
-        for (std::string& arg : argv)
-            args.push_back(arg.data());
-        args.push_back(nullptr);
-        const pid_t pid = fork();
-        if (pid == 0) {
-            dup2(open("/dev/null", O_RDONLY), 0);
-            dup2(open(errFile.toLocal8Bit().constData(), O_WRONLY | O_CREAT | O_APPEND, 0644), 1);
-            dup2(1, 2);
-            if (account && !BecomeAccount(*account))
-                _exit(126);
-            execv(program.c_str(), args.data());
-            _exit(127);
-        }
+        const pid_t pid =
+            StartProcess(program, std::move(argv), errFile, errFile, account ? &*account : nullptr);
         started.push_back(pid);
         return pid;
     }
@@ -213,16 +225,14 @@ public:
     // Every expected "[message]-->" text is in the log in this order (others may come between),
     // and every line is well formed.
     ::testing::AssertionResult Logged(const std::vector<std::string>& expected) const {
-        static const std::regex line(
-            R"(\[Src/ravel\(\d+\)\]\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\]\t*\[(.*)\]-->)");
         const std::string log = ReadAll(data + "log/ravel.log");
         std::vector<std::string> messages;
         std::istringstream lines(log);
-        std::smatch match;
+        LogLine parsed;
         for (std::string text; std::getline(lines, text);) {
-            if (std::regex_match(text, match, line))
-                messages.push_back(match[1]);
-            else if (text.rfind("----------------------", 0) != 0)
+            if (ParseLogLine(text, parsed))
+                messages.push_back(parsed.message);
+            else if (!IsStartBanner(text) && !IsEndBanner(text))
                 return ::testing::AssertionFailure() << "malformed: " << text;
         }
         auto at = messages.begin();

@@ -7,6 +7,7 @@
 
 #include <QRegularExpression>
 #include <gmock/gmock.h>
+#include <regex>
 #include <sys/stat.h>
 
 using ::testing::HasSubstr;
@@ -94,7 +95,11 @@ TEST(Integrating, AProductLaidOutFromThePageDeploysAndLaunches) {
         ASSERT_EQ(RunFast(place), 0) << ReadAll(place.errFile);
         EXPECT_TRUE(WaitUntil([&] { return Launched(place); }))
             << ReadAll(place.data + "log/ravel.log");
-        EXPECT_EQ(ReadAll(place.inst + "Tidewater.args"), "auto\n");
+        // Every run with "auto". At a day a second the next check comes 42 ms after a launch:
+        // when the updater has not recorded its run by then (a loaded machine), the agent
+        // launches again, as it is meant to.
+        const std::string runs = ReadAll(place.inst + "Tidewater.args");
+        EXPECT_TRUE(std::regex_match(runs, std::regex("(auto\n)+"))) << runs;
         EXPECT_EQ(ReadAll(place.dup + "Brightwell Data/Config.xml"),
                   Samples()["installed/Brightwell Data/Config.xml"]);
         EXPECT_EQ(
