@@ -98,8 +98,8 @@ private:
         return QDir::tempPath() + QStringLiteral("/ravel-") +
                QString::fromLatin1(digest.toHex().left(16)) + QStringLiteral(".socket");
 #else
-        folderFd_ = ::open(QFile::encodeName(folder_).constData(),
-                           O_PATH | O_DIRECTORY | O_CLOEXEC);
+        folderFd_ =
+            ::open(QFile::encodeName(folder_).constData(), O_PATH | O_DIRECTORY | O_CLOEXEC);
         const QString viaFolder = QStringLiteral("/proc/self/fd/%1/").arg(folderFd_);
         return folderFd_ < 0 ? QString() : InstanceSocket(viaFolder);
 #endif

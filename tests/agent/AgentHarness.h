@@ -1,7 +1,10 @@
-// Runs the built agent as real processes on a temporary installed folder and data folder.
+// Runs the built agent as real processes on a temporary installed folder and data folder. In the
+// per-user build the agent runs as another account (RunAs.h), as it refuses root.
 #pragma once
 
 #include "CommonFunctions.h"
+#include "Profile.h"
+#include "RunAs.h"
 
 #include <QDir>
 #include <QFile>
@@ -17,6 +20,7 @@
 #include <sstream>
 #include <sys/prctl.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -100,14 +104,38 @@ inline int UsePort(bool listening) {
     return connected;
 }
 
-// Installed folder "inst/", data folder "data/" (or the one given), duplicate folder
-// "data/Brightwell/" in a fresh temporary folder. Every process started here, or by a detached
-// start, is ended by PID at the end.
+// Connects, as `account`, to the per-user agent's socket in `folder` and closes at once: true when
+// connected. A path too long for a socket address is reached through the folder's descriptor.
+inline bool ReachSocket(const TestAccount& account, const QString& folder) {
+    const std::string path = (folder + "ravel.socket").toStdString();
+    const std::string folderPath = folder.toStdString();
+    return RunAs(account, [&] {
+               sockaddr_un address{};
+               address.sun_family = AF_UNIX;
+               if (path.size() < sizeof address.sun_path)
+                   std::snprintf(address.sun_path, sizeof address.sun_path, "%s", path.c_str());
+               else
+                   std::snprintf(address.sun_path, sizeof address.sun_path,
+                                 "/proc/self/fd/%d/ravel.socket",
+                                 open(folderPath.c_str(), O_PATH | O_DIRECTORY));
+               const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+               return connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 ? 0
+                                                                                              : 1;
+           }) == 0;
+}
+
+// Installed folder "inst/", data folder "data/" (or the one given; one beginning with "~/" is in
+// the account's home), duplicate folder "data/Brightwell/" in a fresh temporary folder. Every
+// process started here, or by a detached start, is ended by PID at the end. In the per-user build
+// the agent runs as `account` (unless `asAccount` is cleared), whose home is "home" here, and
+// each start gives the temporary folder (and the data folder) to it.
 class AgentPlace {
 public:
     // Detached starts (the duplicate, the updater) become our children instead of init's.
     explicit AgentPlace(const QString& dataFolder = QString())
-        : data(dataFolder.isEmpty() ? root + "data/" : dataFolder) {
+        : data(dataFolder.isEmpty()          ? root + "data/"
+               : dataFolder.startsWith("~/") ? root + "home" + dataFolder.mid(1)
+                                             : dataFolder) {
         prctl(PR_SET_CHILD_SUBREAPER, 1);
     }
     ~AgentPlace() {
@@ -153,21 +181,30 @@ public:
 
     // Standard output and error are appended to errFile.
     pid_t Start(const std::string& program, std::vector<std::string> argv) {
-        std::vector<char*> args;
+        std::vector<std::string> environment = Environment();
+        std::vector<char*> args, envp;
         for (std::string& arg : argv)
             args.push_back(arg.data());
-        args.push_back(nullptr);
+        for (std::string& entry : environment)
+            envp.push_back(entry.data());
+        args.push_back(nullptr), envp.push_back(nullptr);
         const pid_t pid = fork();
         if (pid == 0) {
             dup2(open("/dev/null", O_RDONLY), 0);
             dup2(open(errFile.toLocal8Bit().constData(), O_WRONLY | O_CREAT | O_APPEND, 0644), 1);
             dup2(1, 2);
-            execv(program.c_str(), args.data());
+            if (!AsAccount())
+                execv(program.c_str(), args.data());
+            else if (BecomeAccount(account))
+                execve(program.c_str(), args.data(), envp.data());
             _exit(127);
         }
         started.push_back(pid);
         return pid;
     }
+    // Tells the resident agent to end, as its own account: a connection to its port (shared) or
+    // its socket (per-user). True when the connection was made.
+    bool AskToEnd() const { return kPerUser ? ReachSocket(account, data) : UsePort(false) == 1; }
     // Exit status, -1 after a signal; a process still running at the deadline is a hang: it
     // fails the test and is killed.
     int Reap(pid_t pid) {
@@ -202,7 +239,7 @@ public:
         if (pid == 0)
             return -1; // nothing resident to end
         EXPECT_TRUE(WaitUntil([&] { return Settled(); })) << ReadAll(data + "log/ravel.log");
-        WaitUntil([] { return UsePort(false) == 1; });
+        WaitUntil([&] { return AskToEnd(); });
         return Reap(pid);
     }
 
@@ -237,7 +274,25 @@ public:
     const std::string installedExe = (inst + "ravel.app/Contents/MacOS/ravel").toStdString(),
                       duplicateExe = (dup + "ravel.app/Contents/MacOS/ravel").toStdString(),
                       updater = (inst + "Tidewater.app/Contents/MacOS/Tidewater").toStdString();
+    TestAccount account{kTestUid, (root + "home").toStdString()};
+    bool asAccount = kPerUser;
+
+    // Makes the account's home, and gives it everything of this place (the data folder too).
+    void GiveToAccount() const {
+        QDir().mkpath(QString::fromStdString(account.home));
+        for (const QString& folder : {root, data})
+            if (QFileInfo::exists(folder))
+                GiveTo(folder.toStdString(), account.uid);
+    }
 
 private:
+    bool AsAccount() const { return asAccount && getuid() != account.uid; }
+    std::vector<std::string> Environment() const {
+        if (!AsAccount())
+            return {};
+        GiveToAccount();
+        return AccountEnvironment(account);
+    }
+
     std::vector<pid_t> started;
 };
