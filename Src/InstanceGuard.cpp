@@ -104,14 +104,14 @@ private:
         return folderFd_ < 0 ? QString() : InstanceSocket(viaFolder);
 #endif
     }
+    // Another account's connection is closed at once, the agent going on.
     void AcceptFromOwner(const std::function<void()>& ended) {
         while (QLocalSocket* peer = server_->nextPendingConnection()) {
             uid_t uid = 0;
-            const bool owner = PeerAccount(peer->socketDescriptor(), uid) && uid == getuid();
+            if (PeerAccount(peer->socketDescriptor(), uid) && uid == getuid())
+                ended();
             peer->abort();
             peer->deleteLater();
-            if (owner)
-                ended();
         }
     }
     void CloseDescriptors() {

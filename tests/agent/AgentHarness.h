@@ -276,10 +276,14 @@ public:
                       updater = (inst + "Tidewater.app/Contents/MacOS/Tidewater").toStdString();
     TestAccount account{kTestUid, (root + "home").toStdString()};
     bool asAccount = kPerUser;
+    std::string dataHome; // XDG_DATA_HOME for the account; unset when empty
 
-    // Makes the account's home, and gives it everything of this place (the data folder too).
+    // Makes the account's home when it lies in this place, and gives the account everything of
+    // this place (the data folder too).
     void GiveToAccount() const {
-        QDir().mkpath(QString::fromStdString(account.home));
+        const QString home = QString::fromStdString(account.home);
+        if (home.startsWith(root))
+            QDir().mkpath(home);
         for (const QString& folder : {root, data})
             if (QFileInfo::exists(folder))
                 GiveTo(folder.toStdString(), account.uid);
@@ -291,7 +295,7 @@ private:
         if (!AsAccount())
             return {};
         GiveToAccount();
-        return AccountEnvironment(account);
+        return AccountEnvironment(account, dataHome);
     }
 
     std::vector<pid_t> started;
