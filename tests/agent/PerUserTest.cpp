@@ -126,11 +126,11 @@ TEST_F(PerUser, EverythingItMakesIsTheAccountsAloneAndTheSettingsStayUnwritten) 
 TEST_F(PerUser, DataFolderFromXdgDataHomeTildeOrNoHome) {
     struct Row {
         const char* what;
-        std::string home;      // empty: no HOME, and the account has no entry in the database
-        std::string dataHome;  // XDG_DATA_HOME; unset when empty
-        const char* stored;    // DuplicatePath
-        const char* folder;    // the data folder made, in the place; empty when none
-        std::string error;     // standard error when the start fails (status 255)
+        std::string home;     // empty: no HOME, and the account has no entry in the database
+        std::string dataHome; // XDG_DATA_HOME; unset when empty
+        const char* stored;   // DuplicatePath
+        const char* folder;   // the data folder made, in the place; empty when none
+        std::string error;    // standard error when the start fails (status 255)
     };
     const std::string makeFailed = "MXPSCreatePath: Make directory failed.\n";
     const Row rows[] = {
@@ -165,10 +165,13 @@ TEST_F(PerUser, DataFolderFromXdgDataHomeTildeOrNoHome) {
         EXPECT_TRUE(WaitUntil([&] { return QFile::exists(folder + "Brightwell/ravel.app"); }));
         EXPECT_EQ(Mode(folder), "700");
         pid_t pid = 0;
-        const std::string resident = (folder + "Brightwell/ravel.app/Contents/MacOS/ravel").toStdString();
+        const std::string resident =
+            (folder + "Brightwell/ravel.app/Contents/MacOS/ravel").toStdString();
         ASSERT_TRUE(WaitUntil([&] { return (pid = FindProcess(resident)) != 0; }));
-        EXPECT_TRUE(WaitUntil([&] { return ReadAll(folder + "log/ravel.log").find(
-                                               "[Leave InitAgent() ...]") != std::string::npos; }));
+        EXPECT_TRUE(WaitUntil([&] {
+            return ReadAll(folder + "log/ravel.log").find("[Leave InitAgent() ...]") !=
+                   std::string::npos;
+        }));
         EXPECT_TRUE(ReachSocket(place.account, folder)) << "its socket is in that folder";
         EXPECT_EQ(place.Reap(pid), 0);
     }
@@ -199,8 +202,9 @@ TEST_F(PerUser, OneAgentPerAccountEndedOnlyThroughItsOwnSocket) {
     const std::string log = ReadAll(place.data + "log/ravel.log");
     EXPECT_EQ(QString::fromStdString(log).count(kListenFailed), 2) << log;
     EXPECT_EQ(QString::fromStdString(log).count(kAccepted), 1) << log;
-    EXPECT_THAT(log, EndsWith(std::string("[") + kAccepted + "]-->\n" +
-                              "----------------------End Log-----------------------------------\n"));
+    EXPECT_THAT(log,
+                EndsWith(std::string("[") + kAccepted + "]-->\n" +
+                         "----------------------End Log-----------------------------------\n"));
 }
 
 // An agent killed leaves its socket file behind: the next one starts all the same, and is still
@@ -242,19 +246,21 @@ TEST_F(PerUser, ALongDataFolderPathKeepsAWorkingGuard) {
 TEST_F(PerUser, OnlyProcessesRunningTheExecutableCountAsAnotherAgent) {
     place.LayOutInstalled();
     const std::string quoted = "\"" + place.installedExe + "\"";
-    const pid_t su = place.Start("/bin/sh", {"sh", "-c", "sleep 300; exit", "su", "-", "alice",
-                                             "-c", quoted});
-    const pid_t runuser = place.Start(
-        "/bin/sh", {"sh", "-c", "sleep 300; exit", "runuser", "-u", "alice", "--", place.installedExe});
-    ASSERT_TRUE(WaitUntil([&] { return !CommandLineOf(su).empty() && !CommandLineOf(runuser).empty(); }));
+    const pid_t su =
+        place.Start("/bin/sh", {"sh", "-c", "sleep 300; exit", "su", "-", "alice", "-c", quoted});
+    const pid_t runuser = place.Start("/bin/sh", {"sh", "-c", "sleep 300; exit", "runuser", "-u",
+                                                  "alice", "--", place.installedExe});
+    ASSERT_TRUE(
+        WaitUntil([&] { return !CommandLineOf(su).empty() && !CommandLineOf(runuser).empty(); }));
     ASSERT_EQ(place.RunInstalled(), 0);
     EXPECT_EQ(place.EndResident(place.WaitForDuplicate()), 0);
     EXPECT_FALSE(place.Logged({"There is an Ravel process is running."}));
 
     // The installed executable resident for another product: same file, same account.
     const QString other = place.root + "other/";
-    WriteSettings(other + "Tidewater.dat", {{"DupInfo", {{"DuplicatePath", place.root + "otherdata/"}}},
-                                            {"UpdateSetting", {{"TimerMinutes", "600"}}}});
+    WriteSettings(other + "Tidewater.dat",
+                  {{"DupInfo", {{"DuplicatePath", place.root + "otherdata/"}}},
+                   {"UpdateSetting", {{"TimerMinutes", "600"}}}});
     const pid_t twin = place.Start(place.installedExe, {place.installedExe, other.toStdString()});
     ASSERT_TRUE(WaitUntil([&] {
         return ReadAll(place.root + "otherdata/log/ravel.log").find("[Leave InitAgent() ...]") !=
