@@ -10,5 +10,3 @@
 
 // True in the per-user build.
 constexpr bool kPerUser = RAVEL_PROFILE_PER_USER != 0;
-// The option's value: "shared" or "per-user".
-constexpr const char* kProfileName = kPerUser ? "per-user" : "shared";

@@ -105,30 +105,22 @@ inline int UsePort(bool listening) {
 }
 
 // Connects, as `account`, to the per-user agent's socket in `folder` and closes at once: true when
-// connected. A path too long for a socket address is reached through the folder's descriptor.
+// connected. The socket is reached through the folder's descriptor, whatever the path's length.
 inline bool ReachSocket(const TestAccount& account, const QString& folder) {
-    const std::string path = (folder + "ravel.socket").toStdString();
-    const std::string folderPath = folder.toStdString();
+    const QByteArray path = QFile::encodeName(folder);
     return RunAs(account, [&] {
-               sockaddr_un address{};
-               address.sun_family = AF_UNIX;
-               if (path.size() < sizeof address.sun_path)
-                   std::snprintf(address.sun_path, sizeof address.sun_path, "%s", path.c_str());
-               else
-                   std::snprintf(address.sun_path, sizeof address.sun_path,
-                                 "/proc/self/fd/%d/ravel.socket",
-                                 open(folderPath.c_str(), O_PATH | O_DIRECTORY));
+               sockaddr_un address{AF_UNIX, {}};
+               std::snprintf(address.sun_path, sizeof address.sun_path,
+                             "/proc/self/fd/%d/ravel.socket", open(path, O_PATH | O_DIRECTORY));
                const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
-               return connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 ? 0
-                                                                                              : 1;
+               return connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
            }) == 0;
 }
 
-// Installed folder "inst/", data folder "data/" (or the one given; one beginning with "~/" is in
-// the account's home), duplicate folder "data/Brightwell/" in a fresh temporary folder. Every
-// process started here, or by a detached start, is ended by PID at the end. In the per-user build
-// the agent runs as `account` (unless `asAccount` is cleared), whose home is "home" here, and
-// each start gives the temporary folder (and the data folder) to it.
+// Installed folder "inst/", data folder "data/" (or the one given; "~/" is the account's home,
+// "home/"), duplicate folder "data/Brightwell/" in a fresh temporary folder. Every process started
+// here, or by a detached start, is ended by PID at the end. Per-user, what starts here runs as
+// `account` (unless `asAccount` is cleared), each start giving it this place and the data folder.
 class AgentPlace {
 public:
     // Detached starts (the duplicate, the updater) become our children instead of init's.
@@ -276,7 +268,6 @@ public:
                       updater = (inst + "Tidewater.app/Contents/MacOS/Tidewater").toStdString();
     TestAccount account{kTestUid, (root + "home").toStdString()};
     bool asAccount = kPerUser;
-    std::string dataHome; // XDG_DATA_HOME for the account; unset when empty
 
     // Makes the account's home when it lies in this place, and gives the account everything of
     // this place (the data folder too).
@@ -295,7 +286,7 @@ private:
         if (!AsAccount())
             return {};
         GiveToAccount();
-        return AccountEnvironment(account, dataHome);
+        return AccountEnvironment(account);
     }
 
     std::vector<pid_t> started;

@@ -65,25 +65,20 @@ TEST(AgentUnit, ProcessTableCountsTheAccountsProcessesRunningTheExecutable) {
     const QString name = place.root + "My Apps/ravel.app/Contents/MacOS/ravel";
     CopyExecutable("/bin/sleep", name); // stands in for the agent's executable
     const std::string agent = name.toStdString(), quoted = "\"" + agent + "\"";
+    const auto sh = [](std::vector<std::string> words) { // a shell whose command line ends so
+        words.insert(words.begin(), {"sh", "-c", "sleep 300; exit"});
+        return words;
+    };
     struct Row {
         const char* what;
         std::string program;
         std::vector<std::string> argv;
         bool asAccount; // as the test account rather than this process's
         bool counted;
-    };
-    const Row rows[] = {
+    } const rows[] = {
         {"another program named by the path", "/bin/sleep", {agent, "300"}, false, false},
-        {"a su command line",
-         "/bin/sh",
-         {"sh", "-c", "sleep 300; exit", "su", "-", "alice", "-c", quoted},
-         false,
-         false},
-        {"a runuser command line",
-         "/bin/sh",
-         {"sh", "-c", "sleep 300; exit", "runuser", "-u", "alice", "--", agent},
-         false,
-         false},
+        {"a su line", "/bin/sh", sh({"su", "-", "alice", "-c", quoted}), false, false},
+        {"a runuser line", "/bin/sh", sh({"runuser", "-u", "alice", "--", agent}), false, false},
         {"the executable, as another account", agent, {agent, "300"}, true, false},
         {"the executable, started by another name", agent, {"sleeper", "300"}, false, true},
     };

@@ -12,7 +12,6 @@
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
-#include <map>
 #include <unistd.h>
 
 // Readable failure output for byte strings.
@@ -21,30 +20,6 @@ void PrintTo(const QByteArray& bytes, std::ostream* out) {
 }
 
 namespace {
-// Sets environment variables (a null value unsets one) for its lifetime.
-class EnvironmentScope {
-public:
-    explicit EnvironmentScope(const std::map<const char*, QString>& values) {
-        for (const auto& [name, value] : values) {
-            saved_[name] = qEnvironmentVariableIsSet(name) ? qEnvironmentVariable(name) : QString();
-            Set(name, value);
-        }
-    }
-    ~EnvironmentScope() {
-        for (const auto& [name, value] : saved_)
-            Set(name, value);
-    }
-
-private:
-    static void Set(const char* name, const QString& value) {
-        if (value.isNull())
-            qunsetenv(name);
-        else
-            qputenv(name, value.toUtf8());
-    }
-    std::map<const char*, QString> saved_;
-};
-
 const QByteArray kStart = "----------------------Start Log---------------------------------\n";
 const QByteArray kStamp = "[2024-03-05 14:02:11]";
 const QDateTime kNow(QDate(2024, 3, 5), QTime(14, 2, 11));
@@ -160,28 +135,18 @@ TEST(FileLayout, ClockFoldersDuplicatePathAndInitFilePath) {
     EXPECT_EQ(GetDuplicatePath(true), box.data + "log/");
     WriteConfigure("DupInfo", "DuplicatePath", "C:\\dup\\", box.tide);
     EXPECT_EQ(GetDuplicatePath(true), "C:\\dup\\log/");
-    // Absent: derived from the main component's display name and made. Shared: under the data
-    // root, which opens /usr to everyone (only where the test has /usr to itself), and stored.
-    // Per-user: under the account's data root, and never stored in the installed settings.
-    if (Isolated()) {
-        const QString home = box.dir.path() + "/home";
-        const EnvironmentScope environment({{"HOME", home}, {"XDG_DATA_HOME", QString()}});
-        const QString folder = kPerUser ? home + "/.local/share/ravel_sched/"
-                                        : "/usr/local/zq_kt_userdata/ravel_sched/";
+    // Absent: derived from the main component's display name, stored, and made under the shared
+    // data root, which opens /usr to everyone: only where the test has /usr to itself. (The
+    // per-user agent derives its folder anew each time: FileLayout.DataFolderFrom... and PerUser.*)
+    if (Isolated() && !kPerUser) {
+        const QString folder = "/usr/local/zq_kt_userdata/ravel_sched/";
         WriteBytes(g_qstrOrgDat, "<root><components><component><main>1</main><displayname>ravel "
                                  "sched</displayname></component></components></root>");
         WriteBytes(box.tide, QByteArray());
         EXPECT_EQ(GetDuplicatePath(false), folder + "Brightwell/");
-        EXPECT_EQ(GetConfigure("DupInfo", "DuplicatePath", "", box.tide).toString(),
-                  kPerUser ? QString() : folder);
-        EXPECT_TRUE(QFileInfo(folder).isDir());
-        if (kPerUser) {
-            EXPECT_EQ(ReadBytes(box.tide), QByteArray()) << "the installed settings untouched";
-        } else {
-            QFile::remove(g_qstrOrgDat); // stored: the display name is not needed again
-        }
-        EXPECT_EQ(GetDuplicatePath(true), folder + "log/");
+        EXPECT_EQ(GetConfigure("DupInfo", "DuplicatePath", "", box.tide).toString(), folder);
         QFile::remove(g_qstrOrgDat);
+        EXPECT_EQ(GetDuplicatePath(true), folder + "log/");
     }
 
     const QString org = box.org, exe = org + "Tidewater.app/Contents/MacOS/Tidewater";
@@ -260,8 +225,13 @@ TEST(FileLayout, DataFolderFromHomeXdgAndStoredText) {
     struct Row {
         const char* what;
         QString home, xdg, stored;
-        QString shared, perUser; // the data folder; the installed folder is "/opt/acme/"
+        QString shared, perUser; // the data folder
     };
+    const auto set = [](const QString& home, const QString& xdg) { // a null value unsets
+        home.isNull() ? qunsetenv("HOME") : qputenv("HOME", home.toUtf8());
+        xdg.isNull() ? qunsetenv("XDG_DATA_HOME") : qputenv("XDG_DATA_HOME", xdg.toUtf8());
+    };
+    const QByteArray home = qgetenv("HOME"), xdg = qgetenv("XDG_DATA_HOME");
     const QString root = HomeFromPasswd();
     ASSERT_FALSE(root.isEmpty()) << "this account has no entry in /etc/passwd";
     const QString sharedDefault = "/usr/local/zq_kt_userdata/Acme_Product_2/";
@@ -270,22 +240,13 @@ TEST(FileLayout, DataFolderFromHomeXdgAndStoredText) {
          "/h/al/.local/share/Acme_Product_2/"},
         {"an absolute XDG_DATA_HOME", "/h/al", "/x/data", "", sharedDefault,
          "/x/data/Acme_Product_2/"},
-        {"XDG_DATA_HOME ending with /", "/h/al", "/x/data/", "", sharedDefault,
-         "/x/data/Acme_Product_2/"},
         {"a relative XDG_DATA_HOME is ignored", "/h/al", "x/data", "", sharedDefault,
          "/h/al/.local/share/Acme_Product_2/"},
-        {"an empty XDG_DATA_HOME is ignored", "/h/al", "", "", sharedDefault,
-         "/h/al/.local/share/Acme_Product_2/"},
-        {"HOME ending with /", "/h/al/", kUnset, "", sharedDefault,
-         "/h/al/.local/share/Acme_Product_2/"},
-        {"no HOME: the user database", kUnset, kUnset, "", sharedDefault,
-         root + "/.local/share/Acme_Product_2/"},
         {"a relative HOME: the user database", "h/al", kUnset, "", sharedDefault,
          root + "/.local/share/Acme_Product_2/"},
         {"stored, from the home folder", "/h/al", "/x/data", "~/Acme Data", "~/Acme Data/",
          "/h/al/Acme Data/"},
         {"stored, another account's home", "/h/al", kUnset, "~bob/d/", "~bob/d/", "~bob/d/"},
-        {"stored, a folder named ~", "/h/al", kUnset, "~", "~/", "~/"},
         {"stored, absolute", "/h/al", kUnset, "/srv/acme", "/srv/acme/", "/srv/acme/"},
     };
     QTemporaryDir dir;
@@ -294,7 +255,7 @@ TEST(FileLayout, DataFolderFromHomeXdgAndStoredText) {
                "<root><components><component><main>1</main><displayname>Acme Product "
                "2</displayname></component></components></root>");
     for (const Row& row : rows) {
-        const EnvironmentScope environment({{"HOME", row.home}, {"XDG_DATA_HOME", row.xdg}});
+        set(row.home, row.xdg);
         WriteBytes(installed + "Tidewater.dat", "<root><DupInfo><DuplicatePath>" +
                                                     row.stored.toUtf8() +
                                                     "</DuplicatePath></DupInfo></root>");
@@ -303,8 +264,8 @@ TEST(FileLayout, DataFolderFromHomeXdgAndStoredText) {
         EXPECT_EQ(places.dataFolder, expected) << row.what;
         EXPECT_EQ(places.userInfo, expected + "Brightwell/UserInfo.dat") << row.what;
         EXPECT_EQ(places.socket, kPerUser ? expected + "ravel.socket" : QString()) << row.what;
-        EXPECT_EQ(places.stored, !row.stored.isEmpty()) << row.what;
     }
+    set(home.isNull() ? QString() : QString(home), xdg.isNull() ? QString() : QString(xdg));
 }
 
 TEST(ReadConfigInfo, RepairsTheFileOrLeavesItUntouched) {

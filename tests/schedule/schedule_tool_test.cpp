@@ -324,12 +324,12 @@ TEST(Inspector, ARunningAgentIsSeenAndSurvives) {
     EXPECT_EQ(json["running"], true);
     EXPECT_EQ(json["pid"].toInteger(), pid);
     EXPECT_EQ(json["port_listening"], true);
-    const std::string by = " listened on by PID " + std::to_string(pid) + "\n";
+    const QString guard = kPerUser ? "socket " + place.data + "ravel.socket" : "127.0.0.1:31334";
     EXPECT_THAT(Inspect({place.inst}).out,
-                HasSubstr("\nAgent: running (PID " + std::to_string(pid) + "); " +
-                          (kPerUser ? "socket " + place.data.toStdString() + "ravel.socket"
-                                    : std::string("127.0.0.1:31334")) +
-                          by));
+                HasSubstr(QString("\nAgent: running (PID %1); %2 listened on by PID %1\n")
+                              .arg(pid)
+                              .arg(guard)
+                              .toStdString()));
     EXPECT_EQ(json["verdict"], "wait-delay");
     // For the next check by the timer: ten hours after the one logged.
     const QString last = json["last_check"][0].toString().section("][", 1).left(19);

@@ -1,25 +1,19 @@
 #include "RunAs.h"
 
-#include <dirent.h>
-#include <fcntl.h>
+#include <filesystem>
 #include <grp.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 extern char** environ;
 
-std::vector<std::string> AccountEnvironment(const TestAccount& account,
-                                            const std::string& dataHome) {
-    std::vector<std::string> environment;
+std::vector<std::string> AccountEnvironment(const TestAccount& account) {
+    std::vector<std::string> environment{"HOME=" + account.home};
     for (char** entry = environ; *entry; ++entry) {
         const std::string text = *entry;
         if (text.rfind("HOME=", 0) != 0 && text.rfind("XDG_DATA_HOME=", 0) != 0)
             environment.push_back(text);
     }
-    environment.push_back("HOME=" + account.home);
-    if (!dataHome.empty())
-        environment.push_back("XDG_DATA_HOME=" + dataHome);
     return environment;
 }
 
@@ -40,18 +34,11 @@ int RunAs(const TestAccount& account, const std::function<int()>& work) {
 }
 
 bool GiveTo(const std::string& path, uid_t uid) {
+    namespace fs = std::filesystem;
+    std::error_code error;
     bool given = lchown(path.c_str(), uid, uid) == 0;
-    struct stat info;
-    if (lstat(path.c_str(), &info) != 0 || !S_ISDIR(info.st_mode))
-        return given;
-    DIR* folder = opendir(path.c_str());
-    if (!folder)
-        return false;
-    while (const dirent* entry = readdir(folder)) {
-        const std::string name = entry->d_name;
-        if (name != "." && name != "..")
-            given = GiveTo(path + "/" + name, uid) && given;
-    }
-    closedir(folder);
-    return given;
+    for (fs::recursive_directory_iterator it(path, error), end; !error && it != end;
+         it.increment(error))
+        given = lchown(it->path().c_str(), uid, uid) == 0 && given;
+    return given && !error;
 }

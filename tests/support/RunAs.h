@@ -17,9 +17,8 @@ struct TestAccount {
 constexpr uid_t kTestUid = 4242;
 
 // This process's environment for a program run as `account`: HOME set to its home, no
-// XDG_DATA_HOME (unless `dataHome` is given: then set to it), as "NAME=value" texts.
-std::vector<std::string> AccountEnvironment(const TestAccount& account,
-                                            const std::string& dataHome = std::string());
+// XDG_DATA_HOME, as "NAME=value" texts.
+std::vector<std::string> AccountEnvironment(const TestAccount& account);
 // In a child of fork() only: drops every supplementary group, then sets the real, effective and
 // saved group and user ids to the account's. False when a step fails.
 bool BecomeAccount(const TestAccount& account);
