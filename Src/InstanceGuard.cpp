@@ -67,10 +67,12 @@ public:
     ~SocketGuard() override { CloseDescriptors(); }
 
     bool Take(std::function<void()> ended) override {
+        // Read-only is enough for a lock, whatever the umask left of the file's mode.
         lock_ = ::open(QFile::encodeName(InstanceLock(folder_)).constData(),
-                       O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, kOwnerFile);
+                       O_RDONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, kOwnerFile);
         if (lock_ < 0 || flock(lock_, LOCK_EX | LOCK_NB) != 0)
             return false;
+        fchmod(lock_, kOwnerFile);
         const QString name = ListenName();
         if (name.isEmpty())
             return false;
