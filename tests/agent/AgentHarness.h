@@ -1,9 +1,11 @@
-// Runs the built agent as real processes on a temporary installed folder and data folder.
+// Runs the built agent as real processes on a temporary installed folder and data folder. In the
+// per-user build the agent runs as another account (Accounts.h), as it refuses root.
 #pragma once
 
 #include "Accounts.h"
 #include "CommonFunctions.h"
 #include "LogLine.h"
+#include "Profile.h"
 
 #include <QDir>
 #include <QFile>
@@ -19,6 +21,7 @@
 #include <sstream>
 #include <sys/prctl.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -104,7 +107,7 @@ inline pid_t StartProcess(const std::string& program, std::vector<std::string> a
         dup2(open("/dev/null", O_RDONLY), 0);
         dup2(open(out.toLocal8Bit().constData(), append, 0644), 1);
         dup2(open(err.toLocal8Bit().constData(), append, 0644), 2);
-        if (account && !BecomeAccount(*account))
+        if (account && getuid() != account->uid && !BecomeAccount(*account))
             _exit(126);
         execv(program.c_str(), args.data());
         _exit(127);
@@ -126,14 +129,31 @@ inline int UsePort(bool listening) {
     return connected;
 }
 
-// Installed folder "inst/", data folder "data/" (or the one given), duplicate folder
-// "data/Brightwell/" in a fresh temporary folder. Every process started here, or by a detached
-// start, is ended by PID at the end.
+// Connects, as `account`, to the per-user agent's socket in `folder` and closes at once: true when
+// connected. The socket is reached through the folder's descriptor, whatever the path's length.
+inline bool ReachSocket(const Account& account, const QString& folder) {
+    const QByteArray path = QFile::encodeName(folder);
+    return TryAs(account, [&] {
+               sockaddr_un address{AF_UNIX, {}};
+               std::snprintf(address.sun_path, sizeof address.sun_path,
+                             "/proc/self/fd/%d/ravel.socket", open(path, O_PATH | O_DIRECTORY));
+               const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+               return connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
+           }) == 0;
+}
+
+// Installed folder "inst/", data folder "data/" (or the one given; "~/" is the account's home,
+// "home/"), duplicate folder "data/Brightwell/" in a fresh temporary folder. Every process started
+// here, or by a detached start, is ended by PID at the end. What starts here runs as `account` when
+// set (unless `asAccount` is cleared); per-user, each start gives it this place and the data
+// folder.
 class AgentPlace {
 public:
     // Detached starts (the duplicate, the updater) become our children instead of init's.
     explicit AgentPlace(const QString& dataFolder = QString())
-        : data(dataFolder.isEmpty() ? root + "data/" : dataFolder) {
+        : data(dataFolder.isEmpty()          ? root + "data/"
+               : dataFolder.startsWith("~/") ? root + "home" + dataFolder.mid(1)
+                                             : dataFolder) {
         prctl(PR_SET_CHILD_SUBREAPER, 1);
     }
     ~AgentPlace() {
@@ -179,11 +199,16 @@ public:
 
     // Standard output and error are appended to errFile (opened before the account is taken).
     pid_t Start(const std::string& program, std::vector<std::string> argv) {
-        const pid_t pid =
-            StartProcess(program, std::move(argv), errFile, errFile, account ? &*account : nullptr);
+        const Account* as = asAccount && account ? &*account : nullptr;
+        if (as && kPerUser)
+            GiveToAccount();
+        const pid_t pid = StartProcess(program, std::move(argv), errFile, errFile, as);
         started.push_back(pid);
         return pid;
     }
+    // Tells the resident agent to end, as its own account: a connection to its port (shared) or
+    // its socket (per-user). True when the connection was made.
+    bool AskToEnd() const { return kPerUser ? ReachSocket(*account, data) : UsePort(false) == 1; }
     // Exit status, -1 after a signal; a process still running at the deadline is a hang: it
     // fails the test and is killed.
     int Reap(pid_t pid) {
@@ -218,7 +243,7 @@ public:
         if (pid == 0)
             return -1; // nothing resident to end
         EXPECT_TRUE(WaitUntil([&] { return Settled(); })) << ReadAll(data + "log/ravel.log");
-        WaitUntil([] { return UsePort(false) == 1; });
+        WaitUntil([&] { return AskToEnd(); });
         return Reap(pid);
     }
 
@@ -248,11 +273,28 @@ public:
     QTemporaryDir temp{QDir::tempPath() + "/ravel-agent-XXXXXX"};
     const QString root = temp.path() + "/", inst = root + "inst/";
     const QString data, dup = data + "Brightwell/", errFile = root + "stderr.txt";
-    // When set, every program started here runs as this account (the tests run as root).
-    std::optional<Account> account;
     const std::string installedExe = (inst + "ravel.app/Contents/MacOS/ravel").toStdString(),
                       duplicateExe = (dup + "ravel.app/Contents/MacOS/ravel").toStdString(),
                       updater = (inst + "Tidewater.app/Contents/MacOS/Tidewater").toStdString();
+    // When set, every program started here runs as this account (the tests run as root). The
+    // per-user build sets the test account, with its home "home/", and gives it this place before
+    // each start.
+    std::optional<Account> account =
+        kPerUser
+            ? std::optional<Account>(Account{kTestUid, kTestUid, (root + "home").toStdString()})
+            : std::nullopt;
+    bool asAccount = true; // cleared: programs start as this process's account, root
+
+    // Makes the account's home when it lies in this place, and gives the account everything of
+    // this place (the data folder too).
+    void GiveToAccount() const {
+        const QString home = QString::fromStdString(account->home);
+        if (home.startsWith(root))
+            QDir().mkpath(home);
+        for (const QString& folder : {root, data})
+            if (QFileInfo::exists(folder))
+                GiveTree(folder.toStdString(), *account);
+    }
 
 private:
     std::vector<pid_t> started;

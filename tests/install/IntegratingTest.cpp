@@ -14,7 +14,9 @@ using ::testing::HasSubstr;
 using ::testing::Not;
 
 namespace {
-const QString kDataRoot = "/usr/local/zq_kt_userdata/";
+// Shared: the data root the installer makes. Per-user: the account's own (AgentPlace reads "~/"
+// as the account's home), which the agent makes itself.
+const QString kDataRoot = kPerUser ? "~/.local/share/" : "/usr/local/zq_kt_userdata/";
 const QString kDataFolder = kDataRoot + "Acme_Product/"; // from the sample's display name
 
 // Every fenced sample of the page: its path ("installed/..." or "data/...") and its text.
@@ -67,8 +69,10 @@ void LayOut(AgentPlace& place, const std::function<void(std::map<QString, std::s
     edit(samples);
     CopyExecutable(RAVEL_EXE_BUILT, QString::fromStdString(place.installedExe));
     CopyExecutable(TIDEWATER_EXE_BUILT, QString::fromStdString(place.updater));
-    ASSERT_TRUE(QDir().mkpath(kDataRoot)); // install -d -m 0777 /usr/local/zq_kt_userdata
-    chmod(QFile::encodeName(kDataRoot).constData(), 0777);
+    if (!kPerUser) {
+        ASSERT_TRUE(QDir().mkpath(kDataRoot)); // install -d -m 0777 /usr/local/zq_kt_userdata
+        chmod(QFile::encodeName(kDataRoot).constData(), 0777);
+    }
     for (const auto& [path, text] : samples) {
         const bool installed = path.startsWith("installed/");
         ASSERT_TRUE(installed || path.startsWith("data/")) << path.toStdString();
@@ -104,8 +108,8 @@ TEST(Integrating, AProductLaidOutFromThePageDeploysAndLaunches) {
                   Samples()["installed/Brightwell Data/Config.xml"]);
         EXPECT_EQ(
             GetConfigure("DupInfo", "DuplicatePath", "", place.inst + "Tidewater.dat").toString(),
-            kDataFolder)
-            << "the data folder the agent made, stored";
+            kPerUser ? QString() : kDataFolder)
+            << "the data folder the agent made, stored by the shared agent only";
         EXPECT_FALSE(QFile::exists(place.dup + "UpdateInfo.dat")) << "not copied";
         EXPECT_FALSE(QFile::exists(place.dup + "Tidewater.app")) << "not copied";
         std::vector<std::string> logged{"Time is used up, ravel will check if delay time is ok"};

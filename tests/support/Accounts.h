@@ -14,6 +14,10 @@ struct Account {
     std::string home;
 };
 
+// The account the per-user agent runs as in the tests (it refuses root); its group id is the same
+// number.
+constexpr uid_t kTestUid = 4242;
+
 // Opens a folder of the test's to every account (mode 0755), so that they reach what lies below.
 // False with errno set when it cannot.
 bool OpenToAccounts(const std::string& folder);
