@@ -8,6 +8,7 @@
 #include "Profile.h"
 
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QTemporaryDir>
 
@@ -21,6 +22,7 @@
 #include <sstream>
 #include <sys/prctl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -75,20 +77,46 @@ inline pid_t FindProcess(const std::string& argv0) { // 0 when none
     return 0;
 }
 
-// True when a child of this process running `command` has ended and waits to be reaped: a
-// detached start (the duplicate, the updater) that ended at once. Its command line is gone, so
-// FindProcess no longer sees it.
-inline bool EndedChild(const std::string& command) {
+// The children of this process running `command` that have ended and wait to be reaped: detached
+// starts (the duplicate, the updater) that ended. Their command lines are gone, so FindProcess no
+// longer sees them; their /proc entries still tell their user.
+inline std::vector<pid_t> EndedChildren(const std::string& command) {
     const std::string parent = std::to_string(getpid());
+    std::vector<pid_t> ended;
     for (const QString& entry : QDir("/proc").entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
         const std::string stat = ReadAll("/proc/" + entry + "/stat"); // pid (comm) state ppid
         const size_t close = stat.rfind(')');
         if (entry.toInt() > 0 && close != std::string::npos &&
             stat.compare(stat.find('(') + 1, close - stat.find('(') - 1, command) == 0 &&
             stat.compare(close + 2, 2 + parent.size(), "Z " + parent) == 0)
-            return true;
+            ended.push_back(entry.toInt());
     }
-    return false;
+    return ended;
+}
+
+// The type and permission bits of `path` as "d700" (a folder), "s600" (a socket), "l777" (a
+// link) or "f600"; "absent" when there is nothing.
+inline std::string Mode(const QString& path) {
+    struct stat info = {};
+    if (lstat(QFile::encodeName(path).constData(), &info) != 0)
+        return "absent";
+    const char type = S_ISDIR(info.st_mode)    ? 'd'
+                      : S_ISSOCK(info.st_mode) ? 's'
+                      : S_ISLNK(info.st_mode)  ? 'l'
+                                               : 'f';
+    return type + QString::number(info.st_mode & 07777, 8).toStdString();
+}
+
+// Mode of every entry below `folder` (which ends with "/"), by its path relative to it.
+inline std::map<std::string, std::string> Modes(const QString& folder) {
+    std::map<std::string, std::string> modes;
+    QDirIterator it(folder, QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
+                    QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString path = it.next();
+        modes[path.mid(folder.size()).toStdString()] = Mode(path);
+    }
+    return modes;
 }
 
 // Starts `program` with `argv` (its first element the program's name), standard input from
@@ -229,7 +257,9 @@ public:
     }
     pid_t WaitForDuplicate() { // the one a hand-over started
         pid_t pid = 0;
-        WaitUntil([&] { return (pid = FindProcess(duplicateExe)) != 0 || EndedChild("ravel"); });
+        WaitUntil([&] {
+            return (pid = FindProcess(duplicateExe)) != 0 || !EndedChildren("ravel").empty();
+        });
         if (pid == 0)
             ADD_FAILURE() << "no resident duplicate; the log:\n"
                           << ReadAll(data + "log/ravel.log") << "standard error:\n"
