@@ -24,13 +24,10 @@ std::string Str(const QString& text) {
     return text.toStdString();
 }
 
-// The real user id of a process, running or ended and not yet reaped; -1 when it is gone.
+// The user a process runs as, running or ended and not yet reaped (its /proc folder is its
+// effective user's, who is here its real user too); -2 when it is gone.
 uid_t UserOf(pid_t pid) {
-    std::istringstream status(ReadAll("/proc/" + QString::number(pid) + "/status"));
-    for (std::string line; std::getline(status, line);)
-        if (line.rfind("Uid:", 0) == 0)
-            return uid_t(std::stoul(line.substr(4)));
-    return uid_t(-1);
+    return QFileInfo("/proc/" + QString::number(pid)).ownerId();
 }
 
 // The file a process has mapped whose name begins with `name`, as its path; empty when none.
@@ -74,7 +71,9 @@ public:
         QFile::remove(place.inst + "Tidewater.dat");
         WriteSettings(place.inst + "Tidewater.dat", {{"UpdateSetting", {{"TimerMinutes", "600"}}}});
         chmod((place.inst + "Tidewater.dat").toLocal8Bit().constData(), 0644); // Bob reads it
-        QDir(place.data).removeRecursively();                                  // the agent makes it
+        // The agent makes its data folder, per-user every folder of it in the home.
+        QDir(kPerUser ? QString::fromStdString(alice.home) + "/.local" : place.data)
+            .removeRecursively();
         ASSERT_TRUE(GiveTree(Str(place.inst), alice)) << strerror(errno);
     }
     void TearDown() override {
