@@ -499,77 +499,48 @@ TEST(Inspector, AStartThatFailsIsForeseenWithTheAgentsOwnMessages) {
     const uid_t nobody = 65534; // may not make the shared data root
     struct Row {
         const char* what;
-        std::function<void(AgentPlace&)> arrange;
+        const char* duplicatePath; // written to Tidewater.dat; null: as laid out
+        const char* removed;       // a file taken away, with RunWithSystem 0; null: none
         uid_t uid;
-        bool resident; // the resident copy fails; the installed copy hands over with 0
-        std::vector<std::string> messages;
-    };
-    const auto setting = [](const char* section, const char* key, const char* value) {
-        return [=](AgentPlace& place) {
-            WriteConfigure(section, key, value, place.inst + "Tidewater.dat");
-        };
+        bool resident;    // the resident copy fails; the installed copy hands over with 0
+        QString messages; // one a line; %I% stands for the installed folder, %D% for the duplicate
     };
     std::vector<Row> rows = {
-        {"no data folder given, and the data root cannot be made",
-         [](AgentPlace& place) {
-             WriteConfigure("DupInfo", "DuplicatePath", "", place.inst + "Tidewater.dat");
-             chmod(place.root.toLocal8Bit().constData(), 0755); // readable by the other account
-         },
-         nobody,
-         false,
-         {"MXPSCreatePath: Make directory failed.", "Duplicate path is empty or it's not a path."}},
-        {"a data folder under a file",
-         [](AgentPlace& place) {
-             WriteConfigure("DupInfo", "DuplicatePath", place.inst + "libx.so/data/",
-                            place.inst + "Tidewater.dat");
-         },
-         kAgentAccount,
-         false,
-         {"Duplicate path is empty or it's not a path."}},
-        {"no updater without RunWithSystem",
-         [&](AgentPlace& place) {
-             setting("UpdateSetting", "RunWithSystem", "0")(place);
-             QFile::remove(QString::fromStdString(place.updater));
-         },
-         kAgentAccount,
-         false,
-         {"ExeFile<%I%Tidewater.app/Contents/MacOS/Tidewater> not exist",
-          "Original InitFilePath Failed"}},
-        {"no UpdateInfo.dat without RunWithSystem",
-         [&](AgentPlace& place) {
-             setting("UpdateSetting", "RunWithSystem", "0")(place);
-             QFile::remove(place.inst + "UpdateInfo.dat");
-         },
-         kAgentAccount,
-         false,
-         {"ConfigFile<%I%UpdateInfo.dat> not exist", "Original InitFilePath Failed"}},
-        {"no UserInfo.dat without RunWithSystem",
-         [&](AgentPlace& place) {
-             setting("UpdateSetting", "RunWithSystem", "0")(place);
-             QFile::remove(place.dup + "UserInfo.dat");
-         },
-         kAgentAccount,
-         true,
-         {"ConfigFile<%D%UserInfo.dat> not exist", "Duplicate InitFilePath Failed"}},
+        {"no data folder given, and the data root cannot be made", "", nullptr, nobody, false,
+         "MXPSCreatePath: Make directory failed.\nDuplicate path is empty or it's not a path."},
+        {"a data folder under a file", "%I%libx.so/data/", nullptr, kAgentAccount, false,
+         "Duplicate path is empty or it's not a path."},
+        {"no updater without RunWithSystem", nullptr, "%I%Tidewater.app/Contents/MacOS/Tidewater",
+         kAgentAccount, false,
+         "ExeFile<%I%Tidewater.app/Contents/MacOS/Tidewater> not exist\nOriginal InitFilePath "
+         "Failed"},
+        {"no UpdateInfo.dat without RunWithSystem", nullptr, "%I%UpdateInfo.dat", kAgentAccount,
+         false, "ConfigFile<%I%UpdateInfo.dat> not exist\nOriginal InitFilePath Failed"},
+        {"no UserInfo.dat without RunWithSystem", nullptr, "%D%UserInfo.dat", kAgentAccount, true,
+         "ConfigFile<%D%UserInfo.dat> not exist\nDuplicate InitFilePath Failed"},
     };
     if (kPerUser) // run by root, the per-user agent refuses before it makes anything
-        rows.push_back({"the per-user agent run by root",
-                        [](AgentPlace&) {},
-                        0,
-                        false,
-                        {"ravel: this is the per-user agent; it does not run as root. Start it "
-                         "from the account it serves."}});
+        rows.push_back({"the per-user agent run by root", nullptr, nullptr, 0, false,
+                        "ravel: this is the per-user agent; it does not run as root. Start it "
+                        "from the account it serves."});
     for (const Row& row : rows) {
         SCOPED_TRACE(row.what);
         AgentPlace place;
         place.LayOutInstalled();
-        row.arrange(place);
+        chmod(place.root.toLocal8Bit().constData(), 0755); // readable by another account
+        const auto placed = [&place](const QString& text) {
+            return QString(text).replace("%I%", place.inst).replace("%D%", place.dup);
+        };
+        const QString settings = place.inst + "Tidewater.dat";
+        if (row.duplicatePath)
+            WriteConfigure("DupInfo", "DuplicatePath", placed(row.duplicatePath), settings);
+        if (row.removed) {
+            WriteConfigure("UpdateSetting", "RunWithSystem", "0", settings);
+            QFile::remove(placed(row.removed));
+        }
         std::vector<std::string> messages;
-        for (std::string message : row.messages) // the folders, as the agent names them
-            messages.push_back(QString::fromStdString(message)
-                                   .replace("%I%", place.inst)
-                                   .replace("%D%", place.dup)
-                                   .toStdString());
+        for (const QString& message : placed(row.messages).split('\n'))
+            messages.push_back(message.toStdString());
         const ProcessRun tool = RunAs(row.uid, RAVEL_SCHEDULE_BUILT, {place.inst, "--json"});
         const QJsonObject json =
             QJsonDocument::fromJson(QByteArray::fromStdString(tool.out)).object();
