@@ -204,7 +204,8 @@ TEST(TimelapseSettings, NameAScenarioChangeItOrRefuse) {
         << problem.toStdString();
     ASSERT_EQ(all.size(), 1);
     const Scenario& s = all.first();
-    EXPECT_EQ(s.zone + " " + s.updateSetting["TimerMinutes"] + s.updateSetting["AutoCheckNow"],
+    EXPECT_EQ(s.zone + " " + s.updateSetting.at("TimerMinutes") +
+                  s.updateSetting.at("AutoCheckNow"),
               "Europe/Berlin 50"); // AutoCheckNow kept from the scenario
     EXPECT_EQ(UserSettings(s)["UpdateStrategy"]["UpdateCycle"], "3");
     EXPECT_EQ(UserSettings(s)["UpdateRecord"]["LastLaunchTime"], "2024-03-28 11:00:00");
