@@ -281,25 +281,11 @@ TEST(ReadConfigInfo, RepairsTheFileOrLeavesItUntouched) {
         QByteArray log; // inside the trace
     };
     // Not as the store writes it (LF only, indented, keys in another order), so a rewrite shows.
-    const QByteArray valid = "\xEF\xBB\xBF"
-                             R"(<?xml version="1.0" encoding="utf-8"?>
-	<root>
-	<DelayInfo>
-	<DelayTimes>3</DelayTimes>
-	<DelayTime>0</DelayTime>
-	</DelayInfo>
-	<UpdateInfo>
-	<LastStatus>downloaded</LastStatus>
-	</UpdateInfo>
-	<UpdateRecord>
-	<LastLaunchTime>2024-01-02 03:04:05</LastLaunchTime>
-	</UpdateRecord>
-	<UpdateStrategy>
-	<Strategy>never</Strategy>
-	<UpdateCycle>30</UpdateCycle>
-	</UpdateStrategy>
-	</root>
-	)";
+    const QByteArray valid =
+        Stored("DelayInfo: DelayTimes=3, DelayTime=0; UpdateInfo: LastStatus=downloaded; "
+               "UpdateRecord: LastLaunchTime=2024-01-02 03:04:05; UpdateStrategy: "
+               "Strategy=never, UpdateCycle=30")
+            .replace("\r\n", "\n\t");
     const quint32 last = quint32(QDateTime(QDate(2024, 1, 2), QTime(3, 4, 5)).toSecsSinceEpoch());
     const QString written = "LastLaunchTime=2024-03-05 14:02:11"; // the clock's reading
     const Row rows[] = {
@@ -462,11 +448,11 @@ TEST(Check, TheRepeatedHourReadsAsItsFirstOccurrence) {
             ZoneScope zone(row.zone);
             QDateTime(QDate(2024, guess, 15), QTime(12, 0)).toSecsSinceEpoch();
             Sandbox box;
-            WriteConfigure("UpdateStrategy", "UpdateCycle", "1", box.user);
-            WriteConfigure("UpdateRecord", "LastLaunchTime", row.lastLaunch, box.user);
-            WriteConfigure("UpdateInfo", "LastStatus", "ready", box.user);
-            WriteConfigure("DelayInfo", "DelayTimes", "1", box.user);
-            const QByteArray before = ReadBytes(box.user);
+            const QByteArray before =
+                Stored(QString("UpdateStrategy: UpdateCycle=1; UpdateRecord: LastLaunchTime=%1; "
+                               "UpdateInfo: LastStatus=ready; DelayInfo: DelayTimes=1")
+                           .arg(row.lastLaunch));
+            WriteBytes(box.user, before);
             SetClockForTesting([at = row.check] { return QDateTime::fromSecsSinceEpoch(at); });
             RunCheck();
             const QByteArray stamp = "[" + Moment(row.check) + "]";
