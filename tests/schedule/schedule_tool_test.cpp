@@ -16,6 +16,8 @@ using namespace ::testing;
 namespace {
 const char kFormat[] = "yyyy-MM-dd hh:mm:ss";
 
+// A program's run to its end: its exit status (-1 after a signal), its outputs, and its standard
+// output read as JSON.
 struct ToolRun {
     int status;
     std::string out, err;
@@ -57,20 +59,26 @@ void StartAs(QProcess& process, uid_t uid, const QString& program, const QString
                           args);
 }
 
-// Runs the tool as the agent's account, in the time zone given or the machine's.
-ToolRun Inspect(QStringList args, const char* zone = nullptr) {
-    QProcess tool;
+// A program run to its end as the account `uid` (0: this one), as StartAs starts it, in the time
+// zone given or the machine's.
+ToolRun RunAs(uid_t uid, const QString& program, const QStringList& args, const char* zone = {}) {
+    QProcess process;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     if (zone)
         environment.insert("TZ", zone);
-    StartAs(tool, kAgentAccount, RAVEL_SCHEDULE_BUILT, args, environment);
-    tool.waitForFinished(60000);
-    ToolRun run{tool.exitCode(),
-                tool.readAllStandardOutput().toStdString(),
-                tool.readAllStandardError().toStdString(),
+    StartAs(process, uid, program, args, environment);
+    process.waitForFinished(120000);
+    ToolRun run{process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
+                process.readAllStandardOutput().toStdString(),
+                process.readAllStandardError().toStdString(),
                 {}};
     run.json = QJsonDocument::fromJson(QByteArray::fromStdString(run.out)).object();
     return run;
+}
+
+// Runs the tool as the agent's account.
+ToolRun Inspect(const QStringList& args, const char* zone = nullptr) {
+    return RunAs(kAgentAccount, RAVEL_SCHEDULE_BUILT, args, zone);
 }
 
 // Every file and folder under root: contents, mode and modification time in nanoseconds.
@@ -124,9 +132,6 @@ std::vector<std::string> Lines(const QString& text) {
 QString User(const AgentPlace& place, const char* section, const char* key) {
     return GetConfigure(section, key, "absent", place.dup + "UserInfo.dat").toString();
 }
-} // namespace
-
-namespace {
 // "Section/Key=value" as settings; empty: none.
 Settings One(const QString& text) {
     if (text.isEmpty())
@@ -213,6 +218,16 @@ void ExpectMetricsAgree(const AgentPlace& place, const std::string& verdict) {
     EXPECT_EQ(values["ravel_repairs_pending"], j["repairs"].toArray().size());
     EXPECT_EQ(values["ravel_warnings"], j["warnings"].toArray().size());
     EXPECT_EQ(values.count("ravel_log_bytes"), 0u) << "no log yet";
+}
+
+// The exit status of a child of this process (the resident copy a hand-over started, made ours
+// by the harness) once it has ended; -1 when none ends in time.
+int EndedChildStatus() {
+    int status = 0;
+    for (int i = 0; i < 2400; ++i, usleep(50000))
+        if (waitpid(-1, &status, WNOHANG) > 0)
+            return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return -1;
 }
 } // namespace
 
@@ -432,33 +447,6 @@ TEST(Inspector, PrometheusLabelsEscapedAndAMissingFolderRefused) {
     EXPECT_FALSE(QFileInfo::exists(place.root + "none"));
 }
 
-namespace {
-struct ProcessRun {
-    int status;
-    std::string out, err;
-};
-
-// A program run to its end, as the account `uid` (0: this one), as StartAs starts it.
-ProcessRun RunAs(uid_t uid, const QString& program, const QStringList& args) {
-    QProcess process;
-    StartAs(process, uid, program, args);
-    process.waitForFinished(120000);
-    return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
-            process.readAllStandardOutput().toStdString(),
-            process.readAllStandardError().toStdString()};
-}
-
-// The exit status of a child of this process (the resident copy a hand-over started, made ours
-// by the harness) once it has ended; -1 when none ends in time.
-int EndedChildStatus() {
-    int status = 0;
-    for (int i = 0; i < 2400; ++i, usleep(50000))
-        if (waitpid(-1, &status, WNOHANG) > 0)
-            return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return -1;
-}
-} // namespace
-
 // Each way the agent can end at start: ravel-schedule names it, with the agent's own messages, and
 // the agent started on the same folder then ends with those messages and that status.
 TEST(Inspector, AStartThatFailsIsForeseenWithTheAgentsOwnMessages) {
@@ -504,9 +492,8 @@ TEST(Inspector, AStartThatFailsIsForeseenWithTheAgentsOwnMessages) {
             QFile::remove(Placed(place, row.removed));
         }
         const std::vector<std::string> messages = Lines(Placed(place, row.messages));
-        const ProcessRun tool = RunAs(row.uid, RAVEL_SCHEDULE_BUILT, {place.inst, "--json"});
-        const QJsonObject json =
-            QJsonDocument::fromJson(QByteArray::fromStdString(tool.out)).object();
+        const ToolRun tool = RunAs(row.uid, RAVEL_SCHEDULE_BUILT, {place.inst, "--json"});
+        const QJsonObject& json = tool.json;
         ASSERT_EQ(tool.status, 0) << tool.err;
         EXPECT_EQ(json["verdict"], "fails-at-start");
         EXPECT_TRUE(json["earliest"].isNull());
@@ -517,7 +504,7 @@ TEST(Inspector, AStartThatFailsIsForeseenWithTheAgentsOwnMessages) {
         EXPECT_EQ(announced, messages);
         EXPECT_EQ(failure["status"], 255);
 
-        const ProcessRun agent = RunAs(row.uid, QString::fromStdString(place.installedExe), {});
+        const ToolRun agent = RunAs(row.uid, QString::fromStdString(place.installedExe), {});
         EXPECT_EQ(agent.status, row.resident ? 0 : 255) << agent.err;
         if (row.resident) {
             EXPECT_EQ(EndedChildStatus(), 255) << "the resident copy";
