@@ -384,6 +384,7 @@ const Hostile kHostile[] = {
          ASSERT_EQ(mount("ravel-full", p.dup.toLocal8Bit(), "tmpfs", 0, "size=48m"), 0);
          WriteAll(p.dup + "UserInfo.dat", userInfo);
          ASSERT_EQ(p.RunInstalled(), 0) << "deploying first";
+         ASSERT_TRUE(p.UpdaterRan()) << "the due updater, before the file is repaired";
          ASSERT_EQ(p.EndResident(p.WaitForDuplicate()), 0);
          WriteConfigure("UpdateInfo", "LastStatus", "odd", p.dup + "UserInfo.dat"); // repaired
          Fill(p.dup);

@@ -236,6 +236,12 @@ public:
                           << ReadAll(errFile);
         return pid;
     }
+    // Waits for the run of the updater a launch started to be recorded: its arguments are written
+    // last, so that a settings file changed afterwards is not overwritten by it. False at the
+    // deadline.
+    bool UpdaterRan() const {
+        return WaitUntil([&] { return QFileInfo(inst + "Tidewater.args").size() > 0; });
+    }
     bool Settled() const { // a resident duplicate has reached its event loop
         return Logged({"Leave InitAgent() ..."}) || Logged({"load PolicyProbe fail 3"});
     }
