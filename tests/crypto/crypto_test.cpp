@@ -80,8 +80,8 @@ const Bytes kPlain = Text("Now is the time for all "); // three blocks
 
 } // namespace
 
-TEST(Md5, Rfc1321SuitePiecesAndCount) {
-    std::mt19937 rng(55);
+// Pieces of every size and lengths around the padding limits: left to the oracle test below.
+TEST(Md5, Rfc1321SuiteAndCount) {
     const char* suite[][2] = {
         {"", "d41d8cd98f00b204e9800998ecf8427e"},
         {"a", "0cc175b9c0f1b6a831c399e269772661"},
@@ -95,12 +95,6 @@ TEST(Md5, Rfc1321SuitePiecesAndCount) {
     };
     for (auto& s : suite)
         EXPECT_EQ(Md5(Text(s[0]), strlen(s[0])), FromHex(s[1])) << s[0];
-    // Lengths around the padding limits, in every piece size, give one digest.
-    for (size_t n : {55u, 56u, 57u, 63u, 64u, 65u, 119u, 120u, 128u, 1000u}) {
-        Bytes m = Random(rng, n);
-        for (size_t piece : {1u, 3u, 7u, 63u, 64u, 65u, 200u})
-            EXPECT_EQ(Md5(m, piece), Md5(m, n)) << n << " bytes in pieces of " << piece;
-    }
     md5_context ctx;
     md5_starts(&ctx);
     md5_update(&ctx, nullptr, 0);
