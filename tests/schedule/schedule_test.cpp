@@ -4,7 +4,6 @@
 #include "EasyLog.h"
 #include "FileLayout.h"
 #include "Profile.h"
-#include "ZoneScope.h"
 #include "ravel.h"
 
 #include "Isolation.h"
@@ -428,40 +427,6 @@ TEST(LaunchDecision, CycleBoundaryAutoCheckNowAndDrawnDelay) {
                    .replace(kStamp, "[" + Moment(at) + "]");
     }
     EXPECT_EQ(box.Body(), log);
-}
-
-// A check in the hour that repeats when clocks go back, after a launch in its first occurrence:
-// the last launch lies 50 minutes back, not 10 minutes ahead, so the cycle is not over, nothing is
-// launched, and the check ends with its "Sleep" line, however the C library last guessed.
-TEST(Check, TheRepeatedHourReadsAsItsFirstOccurrence) {
-    struct Row {
-        const char* zone;
-        const char* lastLaunch;
-        qint64 check; // the second occurrence of 50 minutes later, in UTC seconds
-    };
-    const Row rows[] = {{"America/New_York", "2024-11-03 01:20:00", 1730614200}, // 01:10 EST
-                        {"Europe/Berlin", "2024-10-27 02:20:00", 1729991400}};   // 02:10 CET
-    for (const Row& row : rows) {
-        for (const int guess : {1, 7}) { // a winter or a summer conversion made before
-            SCOPED_TRACE(std::string(row.zone) +
-                         (guess == 1 ? ", winter first" : ", summer first"));
-            ZoneScope zone(row.zone);
-            QDateTime(QDate(2024, guess, 15), QTime(12, 0)).toSecsSinceEpoch();
-            Sandbox box;
-            const QByteArray before =
-                Stored(QString("UpdateStrategy: UpdateCycle=1; UpdateRecord: LastLaunchTime=%1; "
-                               "UpdateInfo: LastStatus=ready; DelayInfo: DelayTimes=1")
-                           .arg(row.lastLaunch));
-            WriteBytes(box.user, before);
-            SetClockForTesting([at = row.check] { return QDateTime::fromSecsSinceEpoch(at); });
-            RunCheck();
-            const QByteArray stamp = "[" + Moment(row.check) + "]";
-            EXPECT_EQ(box.Body(),
-                      QByteArray(Traced("ReadConfigInfo", "") + Line(0, "Sleep 1 Minutes"))
-                          .replace(kStamp, stamp));
-            EXPECT_EQ(ReadBytes(box.user), before);
-        }
-    }
 }
 
 // Each log line records the line of the call that writes it: the two traced readings of the

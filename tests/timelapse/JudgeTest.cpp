@@ -132,11 +132,6 @@ TEST_F(Judge, EachFaultIsFoundAndTheTolerancesHold) {
          [](DayFacts& f) { f.replayed.earliest = f.replayed.latest = At("10:01:00"); },
          "launch at 2024-01-08 09:01:00 outside the window foreseen for the first check: "
          "2024-01-08 10:01:00 to 2024-01-08 10:01:00"},
-        {"a launch where none is foreseen",
-         [](DayFacts& f) {
-             f.replayed = {"never", At("08:31:00"), -1, -1};
-         },
-         "none (never)"},
         {"a launch before its cycle is over",
          [](DayFacts& f) {
              f.lastLaunch = Seconds("2024-01-07 09:01:00");
@@ -159,9 +154,6 @@ TEST_F(Judge, EachFaultIsFoundAndTheTolerancesHold) {
         {"the installed copy's End missing",
          [](DayFacts& f) { f.log = ReadSessionLog(QString(kStart) + "\n" + ResidentLog()); },
          "banners: 2 Start and 0 End"},
-        {"an End with no run open",
-         [](DayFacts& f) { f.log = ReadSessionLog(QString(kEnd) + "\n" + ResidentLog()); },
-         "an End with no run open"},
         {"a line stamped after logout", [](DayFacts& f) { f.logout = At("12:11:00"); },
          "outside the session"},
         {"descriptors that grow",
