@@ -198,14 +198,12 @@ std::string RecordCase(const QString& root, int exitStatus) {
     if (finished && log != QLatin1String("<missing>"))
         log += QStringLiteral("----------------------End Log-----------------------------------\n");
     log.replace(QRegularExpression("\\[Src/ravel\\(\\d+\\)\\]"), "[Src/ravel(#)]");
-    const int status = finished ? 7 : exitStatus;
-    QString text = QString::fromUtf8(ReadBytes(root + "/steps")) + "== log\n" + log +
-                   "== Tidewater.dat\n" +
-                   QString::fromUtf8(ReadBytes(root + "/org/Tidewater.dat")) + "\n== end " +
-                   (WIFEXITED(status) || finished
-                        ? "status " + QString::number(finished ? 7 : WEXITSTATUS(status))
-                        : "signal " + QString::number(WTERMSIG(status))) +
-                   "\n";
+    const QString end = finished || WIFEXITED(exitStatus)
+                            ? "status " + QString::number(finished ? 7 : WEXITSTATUS(exitStatus))
+                            : "signal " + QString::number(WTERMSIG(exitStatus));
+    QString text =
+        QString::fromUtf8(ReadBytes(root + "/steps")) + "== log\n" + log + "== Tidewater.dat\n" +
+        QString::fromUtf8(ReadBytes(root + "/org/Tidewater.dat")) + "\n== end " + end + "\n";
     return text.replace(root, "<root>").toStdString();
 }
 
