@@ -466,9 +466,8 @@ TEST(Inspector, AStartThatFailsIsForeseenWithTheAgentsOwnMessages) {
          "Duplicate path is empty or it's not a path."},
         {"no updater without RunWithSystem", nullptr,
          "{installed}Tidewater.app/Contents/MacOS/Tidewater", kAgentAccount, false,
-         "ExeFile<{installed}Tidewater.app/Contents/MacOS/Tidewater> not exist\nOriginal "
-         "InitFilePath "
-         "Failed"},
+         "ExeFile<{installed}Tidewater.app/Contents/MacOS/Tidewater> not exist\n"
+         "Original InitFilePath Failed"},
         {"no UpdateInfo.dat without RunWithSystem", nullptr, "{installed}UpdateInfo.dat",
          kAgentAccount, false,
          "ConfigFile<{installed}UpdateInfo.dat> not exist\nOriginal InitFilePath Failed"},
