@@ -80,21 +80,9 @@ const Bytes kPlain = Text("Now is the time for all "); // three blocks
 
 } // namespace
 
-// Pieces of every size and lengths around the padding limits: left to the oracle test below.
-TEST(Md5, Rfc1321SuiteAndCount) {
-    const char* suite[][2] = {
-        {"", "d41d8cd98f00b204e9800998ecf8427e"},
-        {"a", "0cc175b9c0f1b6a831c399e269772661"},
-        {"abc", "900150983cd24fb0d6963f7d28e17f72"},
-        {"message digest", "f96b697d7cb7938d525a2f31aaf161d0"},
-        {"abcdefghijklmnopqrstuvwxyz", "c3fcd3d76192e4007dfb496cca67e13b"},
-        {"ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789",
-         "d174ab98d277d9f5a5611c2c9f419d9f"},
-        {"12345678901234567890123456789012345678901234567890123456789012345678901234567890",
-         "57edf4a22be3c955ac49da2e2107b67a"},
-    };
-    for (auto& s : suite)
-        EXPECT_EQ(Md5(Text(s[0]), strlen(s[0])), FromHex(s[1])) << s[0];
+// Digests of messages of every length in pieces of every size are checked against OpenSSL (the
+// oracle test below): here the byte count, which carries into its high word only after 4 GiB.
+TEST(Md5, CountCarriesIntoTheHighWord) {
     md5_context ctx;
     md5_starts(&ctx);
     md5_update(&ctx, nullptr, 0);
