@@ -80,27 +80,9 @@ const Bytes kPlain = Text("Now is the time for all "); // three blocks
 
 } // namespace
 
-TEST(Md5, Rfc1321SuitePiecesAndCount) {
-    std::mt19937 rng(55);
-    const char* suite[][2] = {
-        {"", "d41d8cd98f00b204e9800998ecf8427e"},
-        {"a", "0cc175b9c0f1b6a831c399e269772661"},
-        {"abc", "900150983cd24fb0d6963f7d28e17f72"},
-        {"message digest", "f96b697d7cb7938d525a2f31aaf161d0"},
-        {"abcdefghijklmnopqrstuvwxyz", "c3fcd3d76192e4007dfb496cca67e13b"},
-        {"ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789",
-         "d174ab98d277d9f5a5611c2c9f419d9f"},
-        {"12345678901234567890123456789012345678901234567890123456789012345678901234567890",
-         "57edf4a22be3c955ac49da2e2107b67a"},
-    };
-    for (auto& s : suite)
-        EXPECT_EQ(Md5(Text(s[0]), strlen(s[0])), FromHex(s[1])) << s[0];
-    // Lengths around the padding limits, in every piece size, give one digest.
-    for (size_t n : {55u, 56u, 57u, 63u, 64u, 65u, 119u, 120u, 128u, 1000u}) {
-        Bytes m = Random(rng, n);
-        for (size_t piece : {1u, 3u, 7u, 63u, 64u, 65u, 200u})
-            EXPECT_EQ(Md5(m, piece), Md5(m, n)) << n << " bytes in pieces of " << piece;
-    }
+// Digests of messages of every length in pieces of every size are checked against OpenSSL (the
+// oracle test below): here the byte count, which carries into its high word only after 4 GiB.
+TEST(Md5, CountCarriesIntoTheHighWord) {
     md5_context ctx;
     md5_starts(&ctx);
     md5_update(&ctx, nullptr, 0);
@@ -109,43 +91,13 @@ TEST(Md5, Rfc1321SuitePiecesAndCount) {
     EXPECT_EQ(ctx.total[0] + ((uint64_t)ctx.total[1] << 32), 0x100000008u);
 }
 
-// Single blocks from FIPS 81, the classic worked example and NIST SP 800-20; the FIPS 81 CBC
-// message, also as triple DES with three equal keys; NIST SP 800-67; DESX; the byte helpers.
-TEST(DesKnownAnswers, DesTripleDesDesxAndByteHelpers) {
-    const char* vectors[][3] = {
-        {"0123456789abcdef", "4e6f772069732074", "3fa40e8a984d4815"},
-        {"133457799bbcdff1", "0123456789abcdef", "85e813540f0ab405"},
-        {"0101010101010101", "8000000000000000", "95f8a5e5dd31d900"},
-        {"0101010101010101", "4000000000000000", "dd7f121ca5015619"},
-        {"8001010101010101", "0000000000000000", "95a8d72813daa94d"},
-        {"7ca110454a1a6e57", "01a1d6d039776742", "690f5b0d9a26939b"},
-    };
-    for (auto& v : vectors)
-        for (int e : {0, 1})
-            EXPECT_EQ(Des(FromHex(v[0]), kZeroIv, e).Run(FromHex(v[2 - e])), FromHex(v[1 + e]));
-    Bytes key = Slice(kKey, 0, 8),
-          cipher = FromHex("e5c7cdde872bf27c43e934008c389c0f683788499a7c05f6");
-    EXPECT_EQ(Des(key, kIv, 1).Run(kPlain), cipher);
-    EXPECT_EQ(Des(key, kIv, 0).Run(cipher), kPlain);
-    EXPECT_EQ(Des3(Join(key, key, key), kIv, 1).Run(kPlain), cipher);
-    EXPECT_EQ(Des3(Join(key, key, key), kIv, 0).Run(cipher), kPlain);
-    EXPECT_EQ(Des(FromHex("0022446688aaccee"), kIv, 1).Run(kPlain), cipher); // parity bits ignored
-
-    // NIST SP 800-67 (ECB), one block at a time: Restart brings back the zero IV.
-    key = FromHex("0123456789abcdef23456789abcdef01456789abcdef0123");
-    Bytes plain = Text("The qufck brown fox jump");
-    cipher = FromHex("a826fd8ce53b855fcce21c8112256fe668d5c05dd9b6b900");
-    Des3 enc(key, kZeroIv, 1), dec(key, kZeroIv, 0);
-    for (size_t at = 0; at < plain.size(); at += 8) {
-        EXPECT_EQ(enc.Run(Slice(plain, at, 8)), Slice(cipher, at, 8)) << at;
-        EXPECT_EQ(dec.Run(Slice(cipher, at, 8)), Slice(plain, at, 8)) << at;
-        enc.Restart(), dec.Restart();
-    }
-
+// Single and triple DES are checked against OpenSSL (the oracle test below); DESX, which OpenSSL's
+// default provider lacks, against an answer from its legacy provider; then the byte helpers.
+TEST(DesKnownAnswers, DesxAndByteHelpers) {
     // DESX whitens before and after single DES; the key is K, then the input and output
     // whiteners. Answer from OpenSSL's legacy provider: printf 'Now is the time for all ' |
     // openssl enc -desx-cbc -provider legacy -nopad -K <kKey as hex> -iv 1234567890abcdef
-    cipher = FromHex("1885461fe99aefaf9829dcaf773c204979992369d53fe016");
+    const Bytes cipher = FromHex("1885461fe99aefaf9829dcaf773c204979992369d53fe016");
     EXPECT_EQ(Desx(kKey, kIv, 1).Run(kPlain), cipher);
     EXPECT_EQ(Desx(kKey, kIv, 0).Run(cipher), kPlain);
 

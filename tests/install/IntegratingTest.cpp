@@ -43,21 +43,14 @@ bool Launched(const AgentPlace& place) {
 int RunFast(AgentPlace& place) {
     // In the sanitizer build the preloaded clock comes before the ASan runtime, which is fine
     // for it but refused by the runtime's own check unless told otherwise.
-    const char* asan = getenv("ASAN_OPTIONS");
-    const std::string asanBefore = asan ? asan : "";
-    const std::string asanWith =
-        (asanBefore.empty() ? "" : asanBefore + ":") + "verify_asan_link_order=0";
-    setenv("ASAN_OPTIONS", asanWith.c_str(), 1);
+    const QByteArray asan = qgetenv("ASAN_OPTIONS");
+    qputenv("ASAN_OPTIONS", (asan.isEmpty() ? "" : asan + ":") + "verify_asan_link_order=0");
     setenv("LD_PRELOAD", LIBFAKETIME, 1);
     setenv("FAKETIME", "+0 x86400", 1);
     const int status = place.RunInstalled();
     unsetenv("LD_PRELOAD");
     unsetenv("FAKETIME");
-    if (asan) {
-        setenv("ASAN_OPTIONS", asanBefore.c_str(), 1);
-    } else {
-        unsetenv("ASAN_OPTIONS");
-    }
+    qputenv("ASAN_OPTIONS", asan); // empty reads as unset
     return status;
 }
 

@@ -71,11 +71,14 @@ Case MakeCase(Generator& g) {
     static const char* const timers[] = {"1", "60", "600", "0", "35792"};
     static const char* const flags[] = {"1", "0", "true", "false", "", kAbsent, "yes"};
     static const char* const ranges[] = {"720", "1", "0", "240", "71582789"};
-    c.tidewater[{"UpdateSetting", "TimerMinutes"}] = NumberText(g, g.Pick(timers));
-    c.tidewater[{"UpdateSetting", "RunWithSystem"}] = g.Pick(flags);
-    c.tidewater[{"UpdateSetting", "AutoCheckNow"}] = NumberText(g, g.Below(2) ? "0" : "1");
-    c.tidewater[{"UpdateSetting", "TimeRandomRange"}] = NumberText(g, g.Pick(ranges));
-    c.tidewater[{"UpdateSetting", "ConfigCycleDefault"}] = NumberText(g, "7");
+    const auto set = [&c](const char* key) -> QString& {
+        return c.tidewater[{"UpdateSetting", key}];
+    };
+    set("TimerMinutes") = NumberText(g, g.Pick(timers));
+    set("RunWithSystem") = g.Pick(flags);
+    set("AutoCheckNow") = NumberText(g, g.Below(2) ? "0" : "1");
+    set("TimeRandomRange") = NumberText(g, g.Pick(ranges));
+    set("ConfigCycleDefault") = NumberText(g, "7");
 
     static const char* const strategies[] = {"cycle", "cycle",  "cycle", "never",
                                              "Never", "circle", "",      kAbsent};
@@ -87,44 +90,24 @@ Case MakeCase(Generator& g) {
     c.user[{"UpdateStrategy", "Strategy"}] = g.Pick(strategies);
     c.user[{"UpdateStrategy", "UpdateCycle"}] = NumberText(g, g.Pick(cycles));
     const qint64 cycle = 86400 * (1 + qint64(g.Below(7)));
-    switch (g.Below(5)) {
-    case 0: // anywhere
-        c.user[{"UpdateRecord", "LastLaunchTime"}] = DateText(946684800 + g.Below(1400000000));
-        break;
-    case 1: // in the future
-        c.user[{"UpdateRecord", "LastLaunchTime"}] = DateText(c.start + 1 + g.Below(86400 * 30));
-        break;
-    case 2: // about a cycle ago
-        c.user[{"UpdateRecord", "LastLaunchTime"}] =
-            DateText(c.start - cycle - 600 + qint64(g.Below(1200)));
-        break;
-    case 3: // long over
-        c.user[{"UpdateRecord", "LastLaunchTime"}] = DateText(c.start - cycle - g.Below(86400 * 9));
-        break;
-    default:
-        c.user[{"UpdateRecord", "LastLaunchTime"}] = g.Pick(oddDates);
-    }
+    // Anywhere, in the future, about a cycle ago, long over, or an odd text.
+    const uint64_t last = g.Below(5);
+    c.user[{"UpdateRecord", "LastLaunchTime"}] =
+        last == 0   ? DateText(946684800 + g.Below(1400000000))
+        : last == 1 ? DateText(c.start + 1 + g.Below(86400 * 30))
+        : last == 2 ? DateText(c.start - cycle - 600 + qint64(g.Below(1200)))
+        : last == 3 ? DateText(c.start - cycle - g.Below(86400 * 9))
+                    : g.Pick(oddDates);
     c.user[{"UpdateInfo", "LastStatus"}] = g.Pick(statuses);
-    switch (g.Below(7)) {
-    case 0:
-    case 6:
-        c.user[{"DelayInfo", "DelayTime"}] = NumberText(g, "0");
-        break;
-    case 1:
-        c.user[{"DelayInfo", "DelayTime"}] = QString::number(c.start - qint64(g.Below(86400 * 2)));
-        break;
-    case 2:
-        c.user[{"DelayInfo", "DelayTime"}] = QString::number(c.start + qint64(g.Below(86400 * 2)));
-        break;
-    case 3:
-        c.user[{"DelayInfo", "DelayTime"}] = "1";
-        break;
-    case 4:
-        c.user[{"DelayInfo", "DelayTime"}] = QString::number(4294967296LL + g.Below(100000));
-        break;
-    case 5:
-        c.user[{"DelayInfo", "DelayTime"}] = kAbsent;
-    }
+    // A number-like text, ran out, still ahead, 1, past the 32-bit clock, or absent.
+    const uint64_t delay = g.Below(7);
+    c.user[{"DelayInfo", "DelayTime"}] =
+        delay == 1   ? QString::number(c.start - qint64(g.Below(86400 * 2)))
+        : delay == 2 ? QString::number(c.start + qint64(g.Below(86400 * 2)))
+        : delay == 3 ? QString("1")
+        : delay == 4 ? QString::number(4294967296LL + g.Below(100000))
+        : delay == 5 ? QString(kAbsent)
+                     : NumberText(g, "0");
     static const char* const rounds[] = {"1", "1", "2", "3", "0", "4", "junk", "", kAbsent};
     c.user[{"DelayInfo", "DelayTimes"}] = g.Pick(rounds);
     const uint64_t file = g.Below(20);
@@ -160,10 +143,8 @@ void RunCase(const Case& c, const QString& root) {
     } else if (c.userFile == Case::Normal) {
         WriteSettings(user, c.user);
     }
-    g_qstrOrgPath = org;
-    g_qstrOrgDat = org + "UpdateInfo.dat";
-    g_qstrUserInfoIniPath = user;
-    g_qstrTidewaterIniPath = org + "Tidewater.dat";
+    std::tie(g_qstrOrgPath, g_qstrOrgDat, g_qstrUserInfoIniPath, g_qstrTidewaterIniPath) =
+        std::tuple(org, org + "UpdateInfo.dat", user, org + "Tidewater.dat");
     g_qstrTidewaterExePath = QString(); // a launch logs, but starts no process
     g_EazyLog.ResetForTesting();
     g_EazyLog.Init("ravel.log");
@@ -217,14 +198,12 @@ std::string RecordCase(const QString& root, int exitStatus) {
     if (finished && log != QLatin1String("<missing>"))
         log += QStringLiteral("----------------------End Log-----------------------------------\n");
     log.replace(QRegularExpression("\\[Src/ravel\\(\\d+\\)\\]"), "[Src/ravel(#)]");
-    const int status = finished ? 7 : exitStatus;
-    QString text = QString::fromUtf8(ReadBytes(root + "/steps")) + "== log\n" + log +
-                   "== Tidewater.dat\n" +
-                   QString::fromUtf8(ReadBytes(root + "/org/Tidewater.dat")) + "\n== end " +
-                   (WIFEXITED(status) || finished
-                        ? "status " + QString::number(finished ? 7 : WEXITSTATUS(status))
-                        : "signal " + QString::number(WTERMSIG(status))) +
-                   "\n";
+    const QString end = finished || WIFEXITED(exitStatus)
+                            ? "status " + QString::number(finished ? 7 : WEXITSTATUS(exitStatus))
+                            : "signal " + QString::number(WTERMSIG(exitStatus));
+    QString text =
+        QString::fromUtf8(ReadBytes(root + "/steps")) + "== log\n" + log + "== Tidewater.dat\n" +
+        QString::fromUtf8(ReadBytes(root + "/org/Tidewater.dat")) + "\n== end " + end + "\n";
     return text.replace(root, "<root>").toStdString();
 }
 

@@ -3,8 +3,10 @@
 #include "Decision.h"
 #include "ZoneScope.h"
 
+#include <functional>
 #include <gtest/gtest.h>
 #include <map>
+#include <tuple>
 
 namespace {
 const QDateTime kAt(QDate(2024, 3, 5), QTime(14, 2, 0));
@@ -39,16 +41,20 @@ private:
     std::string asked, done;
 };
 
-std::string TraceCheck(const std::map<Setting, QString>& texts) {
+// The needs a rule asks for, in order, then what it did, over these texts.
+template <class Rule> std::string Trace(Rule rule, const std::map<Setting, QString>& texts) {
     TraceEnv env(texts);
-    Check(env);
+    rule(env);
     return env.Trace();
 }
 
-std::string TraceMissed(const std::map<Setting, QString>& texts) {
-    TraceEnv env(texts);
-    CheckMissed(env);
-    return env.Trace();
+// A schedule in round 1 whose one-day cycle ended a second before kAt, with `changed` on top.
+std::map<Setting, QString> Due(std::map<Setting, QString> changed) {
+    changed.insert({{Setting::UpdateCycle, "1"},
+                    {Setting::DelayTimes, "1"},
+                    {Setting::LastStatus, "ready"},
+                    {Setting::LastLaunchTime, "2024-03-04 14:01:59"}});
+    return changed;
 }
 } // namespace
 
@@ -56,84 +62,48 @@ TEST(DecisionCore, RunsAskForEachValueOnlyWhenTheyReachIt) {
     using N = Setting;
     const std::string read = "Strategy LastLaunchTime LastStatus DelayTime UpdateCycle DelayTimes ",
                       check = "TimerMinutes RunWithSystem " + read;
-    const QString ready = "ready", due = "2024-03-04 14:01:59", fresh = "2024-03-05 14:00:00";
-    // Texts; the values asked for, then the writes, in order.
-    const std::pair<std::map<Setting, QString>, std::string> checks[] = {
-        // Empty files: every repair, the clock for the new last launch, then the decision's
-        // own reading; a cycle that starts now is not over.
-        {{},
-         check + "ConfigCycleDefault UpdateCycle clock clock | UpdateCycle=1 LastStatus=ready "
-                 "LastLaunchTime=2024-03-05 14:02:00 DelayTimes=1 "},
-        // Due with AutoCheckNow absent: no range, no draw.
-        {{{N::UpdateCycle, "1"},
-          {N::DelayTimes, "1"},
-          {N::LastStatus, ready},
-          {N::LastLaunchTime, due}},
-         check + "clock AutoCheckNow | launch "},
-        // Due with AutoCheckNow 0 and no delay drawn: the range and one draw, no launch.
-        {{{N::UpdateCycle, "1"},
-          {N::DelayTimes, "1"},
-          {N::LastStatus, ready},
-          {N::LastLaunchTime, due},
-          {N::AutoCheckNow, "0"},
-          {N::DelayTime, "0"}},
-         check + "clock AutoCheckNow TimeRandomRange draw | DelayTime=" + std::to_string(at + 1) +
-             " "},
-        // A drawn delay already past: no range, no draw.
-        {{{N::UpdateCycle, "1"},
-          {N::DelayTimes, "2"},
-          {N::LastStatus, ready},
-          {N::LastLaunchTime, due},
-          {N::AutoCheckNow, "0"},
-          {N::DelayTime, "5"}},
-         check + "clock AutoCheckNow | launch "},
-        // Not over: no AutoCheckNow.
-        {{{N::UpdateCycle, "1"},
-          {N::DelayTimes, "1"},
-          {N::LastStatus, ready},
-          {N::LastLaunchTime, fresh}},
-         check + "clock | "},
-        // "never": no clock; without RunWithSystem the agent ends; an interrupted run resumes.
-        {{{N::Strategy, "never"},
-          {N::UpdateCycle, "1"},
-          {N::DelayTimes, "1"},
-          {N::LastStatus, ready},
-          {N::LastLaunchTime, due},
-          {N::RunWithSystem, "0"}},
-         check + "| exit"},
-        {{{N::Strategy, "never"},
-          {N::UpdateCycle, "1"},
-          {N::DelayTimes, "1"},
-          {N::LastStatus, "downloading"},
-          {N::LastLaunchTime, fresh},
-          {N::RunWithSystem, "0"}},
-         check + "| launch "},
-    };
-    for (const auto& [texts, expected] : checks)
-        EXPECT_EQ(TraceCheck(texts), expected);
-    // The missed-delay rule reads the clock only for a round 1 or 2 with a delay set.
-    const std::pair<std::map<Setting, QString>, std::string> missed[] = {
-        {{{N::UpdateCycle, "1"},
-          {N::DelayTimes, "2"},
-          {N::LastStatus, ready},
-          {N::LastLaunchTime, due},
-          {N::DelayTime, "100"}},
-         read + "clock | DelayTime=1 DelayTimes=3 "},
-        {{{N::UpdateCycle, "1"},
-          {N::DelayTimes, "3"},
-          {N::LastStatus, ready},
-          {N::LastLaunchTime, due},
-          {N::DelayTime, "100"}},
-         read + "| "},
-        {{{N::UpdateCycle, "1"},
-          {N::DelayTimes, "1"},
-          {N::LastStatus, ready},
-          {N::LastLaunchTime, due},
-          {N::DelayTime, QString::number(at)}},
-         read + "clock | "},
-    };
-    for (const auto& [texts, expected] : missed)
-        EXPECT_EQ(TraceMissed(texts), expected);
+    const QString fresh = "2024-03-05 14:00:00";
+    const auto runCheck = [](ScheduleEnv& env) { Check(env); };
+    const auto missed = [](ScheduleEnv& env) { CheckMissed(env); };
+    // The rule, the texts; the values asked for, then the writes, in order.
+    const std::tuple<const char*, std::function<void(ScheduleEnv&)>, std::map<Setting, QString>,
+                     std::string>
+        rows[] = {
+            {"empty files: every repair, the clock for the new last launch, then the decision's "
+             "own reading; a cycle that starts now is not over",
+             runCheck,
+             {},
+             check + "ConfigCycleDefault UpdateCycle clock clock | UpdateCycle=1 LastStatus=ready "
+                     "LastLaunchTime=2024-03-05 14:02:00 DelayTimes=1 "},
+            {"due, AutoCheckNow absent: no range, no draw", runCheck, Due({}),
+             check + "clock AutoCheckNow | launch "},
+            {"due, AutoCheckNow 0, no delay drawn: the range and one draw, no launch", runCheck,
+             Due({{N::AutoCheckNow, "0"}, {N::DelayTime, "0"}}),
+             check + "clock AutoCheckNow TimeRandomRange draw | DelayTime=" +
+                 std::to_string(at + 1) + " "},
+            {"a drawn delay already past: no range, no draw", runCheck,
+             Due({{N::DelayTimes, "2"}, {N::AutoCheckNow, "0"}, {N::DelayTime, "5"}}),
+             check + "clock AutoCheckNow | launch "},
+            {"not over: no AutoCheckNow", runCheck, Due({{N::LastLaunchTime, fresh}}),
+             check + "clock | "},
+            {"\"never\" without RunWithSystem: no clock, the agent ends", runCheck,
+             Due({{N::Strategy, "never"}, {N::RunWithSystem, "0"}}), check + "| exit"},
+            {"\"never\" without RunWithSystem: an interrupted run resumes", runCheck,
+             Due({{N::Strategy, "never"},
+                  {N::LastStatus, "downloading"},
+                  {N::LastLaunchTime, fresh},
+                  {N::RunWithSystem, "0"}}),
+             check + "| launch "},
+            // The missed-delay rule reads the clock only for a round 1 or 2 with a delay set.
+            {"missed: round 2 ran out", missed, Due({{N::DelayTimes, "2"}, {N::DelayTime, "100"}}),
+             read + "clock | DelayTime=1 DelayTimes=3 "},
+            {"missed: round 3", missed, Due({{N::DelayTimes, "3"}, {N::DelayTime, "100"}}),
+             read + "| "},
+            {"missed: a delay due now", missed, Due({{N::DelayTime, QString::number(at)}}),
+             read + "clock | "},
+        };
+    for (const auto& [what, rule, texts, expected] : rows)
+        EXPECT_EQ(Trace(rule, texts), expected) << what;
 }
 
 TEST(DecisionCore, ForecastForEachVerdict) {
@@ -142,125 +112,56 @@ TEST(DecisionCore, ForecastForEachVerdict) {
         const char* what;
         CONFIG_INFO record;        // strategy, cycle, round, continue, delay, last launch
         ScheduleSettings settings; // timer, RunWithSystem, AutoCheckNow, range
-        quint32 at;
-        bool startsNow;
-        std::string expected; // verdict path missed earliest-at latest-at ("-" when none)
+        std::string expected;      // verdict path missed earliest-at latest-at ("-" when none)
+        bool startsNow = false;
+        quint32 now = at;
     };
-    const ScheduleSettings defaults, noAuto{1, true, 0, 720};
+    // Last launches whose one-day cycle is over, ends now, and has most of a day to run.
+    const quint32 over = at - kDay - 1, ends = at - kDay, recent = at - 100;
+    const ScheduleSettings dflt, noAuto{1, true, 0, 720}, alone{1, false, 1, 720};
     const Row rows[] = {
-        {"over by a second",
-         {1, 1, 1, 0, 0, at - kDay - 1},
-         defaults,
-         at,
-         false,
-         "launch auto 0 0 0"},
-        {"ends at the boundary",
-         {1, 1, 1, 0, 0, at - kDay},
-         defaults,
-         at,
-         false,
-         "wait-cycle auto 0 60 60"},
-        {"checks whenever idle",
-         {1, 1, 1, 0, 0, at - kDay},
-         {0, true, 1, 720},
-         at,
-         false,
-         "wait-cycle auto 0 1 1"},
+        {"over by a second", {1, 1, 1, 0, 0, over}, dflt, "launch auto 0 0 0"},
+        {"ends at the boundary", {1, 1, 1, 0, 0, ends}, dflt, "wait-cycle auto 0 60 60"},
+        {"checks whenever idle", {1, 1, 1, 0, 0, ends}, {0, true, 1, 720}, "wait-cycle auto 0 1 1"},
         {"timer never armed",
-         {1, 1, 1, 0, 0, at - kDay},
+         {1, 1, 1, 0, 0, ends},
          {35792, true, 1, 720},
-         at,
-         false,
          "wait-cycle none 0 - -"},
-        {"round 1 draws",
-         {1, 1, 1, 0, 0, at - kDay - 1},
-         noAuto,
-         at,
-         false,
-         "wait-delay draw 0 60 43200"},
-        {"round 2 draws half",
-         {1, 1, 2, 0, 0, at - kDay - 1},
-         noAuto,
-         at,
-         false,
-         "wait-delay draw 0 60 21600"},
-        {"span 0 is 1 s",
-         {1, 1, 2, 0, 0, at - kDay - 1},
-         {1, true, 0, 1},
-         at,
-         false,
-         "wait-delay draw 0 60 60"},
-        {"draw after the cycle",
-         {1, 1, 1, 0, 0, at - 100},
-         noAuto,
-         at,
-         false,
-         "wait-cycle draw 0 86400 129540"},
-        {"round 3", {1, 1, 3, 0, 0, at - kDay - 1}, noAuto, at, false, "launch forced 0 0 0"},
-        {"pending delay",
-         {1, 1, 1, 0, at + 100, at - kDay - 1},
-         noAuto,
-         at,
-         false,
-         "wait-delay delay-wait 0 120 120"},
-        {"delay past",
-         {1, 1, 2, 0, at - 5, at - kDay - 1},
-         noAuto,
-         at,
-         false,
-         "launch delay-due 0 0 0"},
-        {"absent delay", {1, 1, 1, 0, absent, at - 100}, noAuto, at, false, "held none 0 - -"},
-        {"absent delay, round 3",
-         {1, 1, 3, 0, absent, at - kDay - 1},
-         noAuto,
-         at,
-         false,
-         "launch forced 0 0 0"},
+        {"round 1 draws", {1, 1, 1, 0, 0, over}, noAuto, "wait-delay draw 0 60 43200"},
+        {"round 2 draws half", {1, 1, 2, 0, 0, over}, noAuto, "wait-delay draw 0 60 21600"},
+        {"span 0 is 1 s", {1, 1, 2, 0, 0, over}, {1, true, 0, 1}, "wait-delay draw 0 60 60"},
+        {"draw after the cycle", {1, 1, 1, 0, 0, recent}, noAuto, "wait-cycle draw 0 86400 129540"},
+        {"round 3", {1, 1, 3, 0, 0, over}, noAuto, "launch forced 0 0 0"},
+        {"pending delay", {1, 1, 1, 0, at + 100, over}, noAuto, "wait-delay delay-wait 0 120 120"},
+        {"delay past", {1, 1, 2, 0, at - 5, over}, noAuto, "launch delay-due 0 0 0"},
+        {"absent delay", {1, 1, 1, 0, absent, recent}, noAuto, "held none 0 - -"},
+        {"absent delay, round 3", {1, 1, 3, 0, absent, over}, noAuto, "launch forced 0 0 0"},
         {"missed at start",
-         {1, 1, 1, 0, at - 5, at - 100},
+         {1, 1, 1, 0, at - 5, recent},
          noAuto,
-         at,
-         true,
-         "wait-cycle delay-due 1 86340 86340"},
+         "wait-cycle delay-due 1 86340 86340",
+         true},
         {"not missed when running",
-         {1, 1, 1, 0, at - 5, at - 100},
+         {1, 1, 1, 0, at - 5, recent},
          noAuto,
-         at,
-         false,
          "wait-cycle delay-due 0 86340 86340"},
         {"never missed in round 3",
-         {1, 1, 3, 0, at - 5, at - 100},
+         {1, 1, 3, 0, at - 5, recent},
          noAuto,
-         at,
-         true,
-         "wait-cycle forced 0 86340 86340"},
+         "wait-cycle forced 0 86340 86340",
+         true},
         {"cycle past the clock",
          {1, 1, 1, 0, 0, clockEnd - 100},
-         defaults,
-         clockEnd - 90,
+         dflt,
+         "wait-cycle none 0 - -",
          false,
-         "wait-cycle none 0 - -"},
-        {"future last launch", {1, 30, 1, 0, 0, at + 10}, defaults, at, false, "launch auto 0 0 0"},
-        {"resume", {1, 1, 1, 1, 0, at}, defaults, at, false, "resume none 0 0 0"},
-        {"resume under never",
-         {0, 1, 1, 1, 0, at},
-         {1, false, 1, 720},
-         at,
-         false,
-         "resume none 0 0 0"},
-        {"resident under never", {0, 1, 1, 1, 0, at}, defaults, at, false, "never none 0 - -"},
-        {"never, resident",
-         {0, 1, 1, 0, 0, at - kDay - 1},
-         defaults,
-         at,
-         false,
-         "never none 0 - -"},
-        {"never, not resident",
-         {0, 1, 1, 0, 0, at - kDay - 1},
-         {1, false, 1, 720},
-         at,
-         false,
-         "ends none 0 - -"},
+         clockEnd - 90},
+        {"future last launch", {1, 30, 1, 0, 0, at + 10}, dflt, "launch auto 0 0 0"},
+        {"resume", {1, 1, 1, 1, 0, at}, dflt, "resume none 0 0 0"},
+        {"resume under never", {0, 1, 1, 1, 0, at}, alone, "resume none 0 0 0"},
+        {"resident under never", {0, 1, 1, 1, 0, at}, dflt, "never none 0 - -"},
+        {"never, resident", {0, 1, 1, 0, 0, over}, dflt, "never none 0 - -"},
+        {"never, not resident", {0, 1, 1, 0, 0, over}, alone, "ends none 0 - -"},
     };
     static const char* const kPaths[] = {"none",      "auto",       "forced",
                                          "delay-due", "delay-wait", "draw"};
@@ -268,10 +169,10 @@ TEST(DecisionCore, ForecastForEachVerdict) {
         return moment < 0 ? std::string("-") : std::to_string(moment - from);
     };
     for (const Row& row : rows) {
-        const Forecast f = Foresee(row.record, row.settings, row.at, row.startsNow);
+        const Forecast f = Foresee(row.record, row.settings, row.now, row.startsNow);
         EXPECT_EQ(std::string(VerdictName(f.verdict)) + " " + kPaths[int(f.path)] + " " +
-                      std::to_string(f.missed) + " " + relative(f.earliest, row.at) + " " +
-                      relative(f.latest, row.at),
+                      std::to_string(f.missed) + " " + relative(f.earliest, row.now) + " " +
+                      relative(f.latest, row.now),
                   row.expected)
             << row.what;
     }

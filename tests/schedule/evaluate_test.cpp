@@ -88,33 +88,24 @@ TEST(Evaluate, WarningsSayWhatHurtsAndWhy) {
 // A running agent's next check comes a whole number of TimerMinutes after the check in its log,
 // and at least one interval after it; without an agent, the check is at the moment asked about.
 TEST(Evaluate, TheCheckAVerdictIsFor) {
-    struct Row {
-        const char* what;
-        qint64 pid;
-        const char* logged; // the last check's first line
-        const char* checkAt;
+    // The agent's PID (0: none), the time of the last check logged, the time of the check.
+    const std::tuple<const char*, qint64, const char*, const char*> rows[] = {
+        {"no agent", 0, "10:00:00", "10:30:00"},
+        {"an hour after 10:00", 42, "10:00:00", "11:00:00"},
+        {"three hours after 08:00", 42, "08:00:00", "11:00:00"},
+        {"a check just now", 42, "10:30:00", "11:30:00"},
+        {"an unreadable date", 42, "xx:00:00", "10:30:00"},
     };
-    const Row rows[] = {
-        {"no agent", 0, "[Src/ravel(5)][2024-03-05 10:00:00][ReadConfigInfo: Enter]-->",
-         "2024-03-05 10:30:00"},
-        {"an hour after 10:00", 42, "[Src/ravel(5)][2024-03-05 10:00:00][ReadConfigInfo: Enter]-->",
-         "2024-03-05 11:00:00"},
-        {"three hours after 08:00", 42,
-         "[Src/ravel(5)][2024-03-05 08:00:00][ReadConfigInfo: Enter]-->", "2024-03-05 11:00:00"},
-        {"a check just now", 42, "[Src/ravel(5)][2024-03-05 10:30:00][ReadConfigInfo: Enter]-->",
-         "2024-03-05 11:30:00"},
-        {"an unreadable date", 42, "[Src/ravel(5)][2024-03-05 xx:00:00][ReadConfigInfo: Enter]-->",
-         "2024-03-05 10:30:00"},
-    };
-    for (const Row& row : rows) {
+    for (const auto& [what, pid, logged, checkAt] : rows) {
         Facts facts = Product({{Setting::TimerMinutes, "60"}});
-        facts.agent.pid = row.pid;
+        facts.agent.pid = pid;
         facts.log.found = true;
-        facts.log.lastCheck = QStringList{row.logged};
+        facts.log.lastCheck = {
+            QString("[Src/ravel(5)][2024-03-05 %1][ReadConfigInfo: Enter]-->").arg(logged)};
         const Inspection in = Evaluate(facts);
         EXPECT_EQ(QDateTime::fromSecsSinceEpoch(in.checkAt).toString("yyyy-MM-dd hh:mm:ss"),
-                  row.checkAt)
-            << row.what;
+                  QString("2024-03-05 ") + checkAt)
+            << what;
     }
 }
 

@@ -4,7 +4,6 @@
 #include "EasyLog.h"
 #include "FileLayout.h"
 #include "Profile.h"
-#include "ZoneScope.h"
 #include "ravel.h"
 
 #include "Isolation.h"
@@ -188,23 +187,26 @@ const QByteArray kAutoNow = Line(0, "AutoCheckNow = 1"), kRound3 = Line(0, "Dela
 const QByteArray kRepaired =
     Line(1, "UpdateCycle(0) not correct") + Line(1, "DelayTimes not correct");
 
-// UserInfo.dat of a schedule in its first day, with this "DelayInfo" section.
-QByteArray UserInfo(const QByteArray& delayInfo) {
-    return Dat(R"(<?xml version="1.0" encoding="utf-8"?>
-<root>
-<UpdateStrategy>
-<Strategy>cycle</Strategy>
-<UpdateCycle>1</UpdateCycle>
-</UpdateStrategy>
-<UpdateInfo>
-<LastStatus>ready</LastStatus>
-</UpdateInfo>
-<UpdateRecord>
-<LastLaunchTime>2024-01-01 00:00:00</LastLaunchTime>
-</UpdateRecord>
-<DelayInfo>
-)" + delayInfo +
-               "</DelayInfo>\n</root>\n");
+// A settings file as the store lays it out, from "Section: Key=value, Key=value; Section: ...".
+QByteArray Stored(const QString& sections) {
+    QByteArray text = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<root>\n";
+    for (const QString& section : sections.split("; ")) {
+        const QByteArray name = section.section(": ", 0, 0).toUtf8();
+        text += "<" + name + ">\n";
+        for (const QString& entry : section.section(": ", 1).split(", ")) {
+            const QByteArray key = entry.section('=', 0, 0).toUtf8();
+            text += "<" + key + ">" + entry.section('=', 1).toUtf8() + "</" + key + ">\n";
+        }
+        text += "</" + name + ">\n";
+    }
+    return Dat(text + "</root>\n");
+}
+
+// UserInfo.dat of a schedule in its first day, with these "DelayInfo" keys.
+QByteArray UserInfo(const QString& delayInfo) {
+    return Stored("UpdateStrategy: Strategy=cycle, UpdateCycle=1; UpdateInfo: LastStatus=ready; "
+                  "UpdateRecord: LastLaunchTime=2024-01-01 00:00:00; DelayInfo: " +
+                  delayInfo);
 }
 } // namespace
 
@@ -278,159 +280,45 @@ TEST(ReadConfigInfo, RepairsTheFileOrLeavesItUntouched) {
         QByteArray log; // inside the trace
     };
     // Not as the store writes it (LF only, indented, keys in another order), so a rewrite shows.
-    const QByteArray valid = "\xEF\xBB\xBF"
-                             R"(<?xml version="1.0" encoding="utf-8"?>
-	<root>
-	<DelayInfo>
-	<DelayTimes>3</DelayTimes>
-	<DelayTime>0</DelayTime>
-	</DelayInfo>
-	<UpdateInfo>
-	<LastStatus>downloaded</LastStatus>
-	</UpdateInfo>
-	<UpdateRecord>
-	<LastLaunchTime>2024-01-02 03:04:05</LastLaunchTime>
-	</UpdateRecord>
-	<UpdateStrategy>
-	<Strategy>never</Strategy>
-	<UpdateCycle>30</UpdateCycle>
-	</UpdateStrategy>
-	</root>
-	)";
+    const QByteArray valid =
+        Stored("DelayInfo: DelayTimes=3, DelayTime=0; UpdateInfo: LastStatus=downloaded; "
+               "UpdateRecord: LastLaunchTime=2024-01-02 03:04:05; UpdateStrategy: "
+               "Strategy=never, UpdateCycle=30")
+            .replace("\r\n", "\n\t");
     const quint32 last = quint32(QDateTime(QDate(2024, 1, 2), QTime(3, 4, 5)).toSecsSinceEpoch());
+    const QString written = "LastLaunchTime=2024-03-05 14:02:11"; // the clock's reading
     const Row rows[] = {
         {"an empty file takes every default, the cycle from ConfigCycleDefault",
          "7",
          "",
          {1, 7, 1, 0, kAbsent, now},
-         Dat(R"(<?xml version="1.0" encoding="utf-8"?>
-<root>
-<UpdateStrategy>
-<UpdateCycle>7</UpdateCycle>
-</UpdateStrategy>
-<UpdateInfo>
-<LastStatus>ready</LastStatus>
-</UpdateInfo>
-<UpdateRecord>
-<LastLaunchTime>2024-03-05 14:02:11</LastLaunchTime>
-</UpdateRecord>
-<DelayInfo>
-<DelayTimes>1</DelayTimes>
-</DelayInfo>
-</root>
-)"),
+         Stored("UpdateStrategy: UpdateCycle=7; UpdateInfo: LastStatus=ready; UpdateRecord: " +
+                written + "; DelayInfo: DelayTimes=1"),
          kRepaired},
         {"\"never\" is kept; without ConfigCycleDefault the cycle is one day",
          nullptr,
-         Dat(R"(<?xml version="1.0" encoding="utf-8"?>
-<root>
-<UpdateStrategy>
-<Strategy>never</Strategy>
-</UpdateStrategy>
-<DelayInfo>
-<DelayTime>1700000000</DelayTime>
-</DelayInfo>
-</root>
-)"),
+         Stored("UpdateStrategy: Strategy=never; DelayInfo: DelayTime=1700000000"),
          {0, 1, 1, 0, 1700000000u, now},
-         Dat(R"(<?xml version="1.0" encoding="utf-8"?>
-<root>
-<UpdateStrategy>
-<Strategy>never</Strategy>
-<UpdateCycle>1</UpdateCycle>
-</UpdateStrategy>
-<DelayInfo>
-<DelayTime>1700000000</DelayTime>
-<DelayTimes>1</DelayTimes>
-</DelayInfo>
-<UpdateInfo>
-<LastStatus>ready</LastStatus>
-</UpdateInfo>
-<UpdateRecord>
-<LastLaunchTime>2024-03-05 14:02:11</LastLaunchTime>
-</UpdateRecord>
-</root>
-)"),
+         Stored("UpdateStrategy: Strategy=never, UpdateCycle=1; DelayInfo: DelayTime=1700000000, "
+                "DelayTimes=1; UpdateInfo: LastStatus=ready; UpdateRecord: " +
+                written),
          kRepaired},
         {"bad texts are rewritten; a stored cycle that reads as 0 is written back as it is",
          "7",
-         Dat(R"(<?xml version="1.0" encoding="utf-8"?>
-<root>
-<UpdateStrategy>
-<Strategy>Never</Strategy>
-<UpdateCycle>abc</UpdateCycle>
-</UpdateStrategy>
-<UpdateRecord>
-<LastLaunchTime>2024-02-30 10:00:00</LastLaunchTime>
-</UpdateRecord>
-<UpdateInfo>
-<LastStatus>Ready</LastStatus>
-</UpdateInfo>
-<DelayInfo>
-<DelayTime>12</DelayTime>
-<DelayTimes>4</DelayTimes>
-</DelayInfo>
-</root>
-)"),
+         Stored("UpdateStrategy: Strategy=Never, UpdateCycle=abc; UpdateRecord: "
+                "LastLaunchTime=2024-02-30 10:00:00; UpdateInfo: LastStatus=Ready; DelayInfo: "
+                "DelayTime=12, DelayTimes=4"),
          {1, 0, 1, 0, 12, now},
-         Dat(R"(<?xml version="1.0" encoding="utf-8"?>
-<root>
-<UpdateStrategy>
-<Strategy>cycle</Strategy>
-<UpdateCycle>abc</UpdateCycle>
-</UpdateStrategy>
-<UpdateRecord>
-<LastLaunchTime>2024-03-05 14:02:11</LastLaunchTime>
-</UpdateRecord>
-<UpdateInfo>
-<LastStatus>ready</LastStatus>
-</UpdateInfo>
-<DelayInfo>
-<DelayTime>12</DelayTime>
-<DelayTimes>1</DelayTimes>
-</DelayInfo>
-</root>
-)"),
+         Stored("UpdateStrategy: Strategy=cycle, UpdateCycle=abc; UpdateRecord: " + written +
+                "; UpdateInfo: LastStatus=ready; DelayInfo: DelayTime=12, DelayTimes=1"),
          Line(1, "Strategy not correct(Strategy=Never)") + kRepaired},
         {"\"circle\" is rewritten, \"0\" cycle stays, \"querying\" is an interrupted run",
          nullptr,
-         Dat(R"(<?xml version="1.0" encoding="utf-8"?>
-<root>
-<UpdateStrategy>
-<Strategy>circle</Strategy>
-<UpdateCycle>0</UpdateCycle>
-</UpdateStrategy>
-<UpdateRecord>
-<LastLaunchTime>0</LastLaunchTime>
-</UpdateRecord>
-<UpdateInfo>
-<LastStatus>querying</LastStatus>
-</UpdateInfo>
-<DelayInfo>
-<DelayTime>12</DelayTime>
-<DelayTimes>0</DelayTimes>
-</DelayInfo>
-</root>
-)"),
+         Stored("UpdateStrategy: Strategy=circle, UpdateCycle=0; UpdateRecord: LastLaunchTime=0; "
+                "UpdateInfo: LastStatus=querying; DelayInfo: DelayTime=12, DelayTimes=0"),
          {1, 0, 1, 1, 12, now},
-         Dat(R"(<?xml version="1.0" encoding="utf-8"?>
-<root>
-<UpdateStrategy>
-<Strategy>cycle</Strategy>
-<UpdateCycle>0</UpdateCycle>
-</UpdateStrategy>
-<UpdateRecord>
-<LastLaunchTime>2024-03-05 14:02:11</LastLaunchTime>
-</UpdateRecord>
-<UpdateInfo>
-<LastStatus>querying</LastStatus>
-</UpdateInfo>
-<DelayInfo>
-<DelayTime>12</DelayTime>
-<DelayTimes>1</DelayTimes>
-</DelayInfo>
-</root>
-)"),
+         Stored("UpdateStrategy: Strategy=cycle, UpdateCycle=0; UpdateRecord: " + written +
+                "; UpdateInfo: LastStatus=querying; DelayInfo: DelayTime=12, DelayTimes=1"),
          Line(1, "Strategy not correct(Strategy=circle)") + kRepaired},
         {"a valid file is left byte for byte", "7", valid, {0, 30, 3, 1, 0, last}, valid, ""},
     };
@@ -456,17 +344,13 @@ TEST(ReadConfigInfo, RepairsTheFileOrLeavesItUntouched) {
 
 TEST(CheckMissed, ARunOutDelayOfRound1Or2CountsARound) {
     // "DelayInfo" before; after, when a round is counted (empty: left as it was); the round logged.
-    const std::tuple<const char*, QByteArray, QByteArray, const char*> rows[] = {
-        {"round 1 ran out", "<DelayTime>1709500000</DelayTime>\n<DelayTimes>1</DelayTimes>\n",
-         "<DelayTime>1</DelayTime>\n<DelayTimes>2</DelayTimes>\n", "2"},
-        {"round 2 ran out", "<DelayTime>1709500000</DelayTime>\n<DelayTimes>2</DelayTimes>\n",
-         "<DelayTime>1</DelayTime>\n<DelayTimes>3</DelayTimes>\n", "3"},
-        {"round 3 is never missed",
-         "<DelayTime>1709500000</DelayTime>\n<DelayTimes>3</DelayTimes>\n", "", nullptr},
-        {"not over yet", "<DelayTime>1709900000</DelayTime>\n<DelayTimes>1</DelayTimes>\n", "",
-         nullptr},
-        {"none drawn", "<DelayTime>0</DelayTime>\n<DelayTimes>1</DelayTimes>\n", "", nullptr},
-        {"DelayTime absent", "<DelayTimes>2</DelayTimes>\n", "", nullptr}};
+    const std::tuple<const char*, QString, QString, const char*> rows[] = {
+        {"round 1 ran out", "DelayTime=1709500000, DelayTimes=1", "DelayTime=1, DelayTimes=2", "2"},
+        {"round 2 ran out", "DelayTime=1709500000, DelayTimes=2", "DelayTime=1, DelayTimes=3", "3"},
+        {"round 3 is never missed", "DelayTime=1709500000, DelayTimes=3", "", nullptr},
+        {"not over yet", "DelayTime=1709900000, DelayTimes=1", "", nullptr},
+        {"none drawn", "DelayTime=0, DelayTimes=1", "", nullptr},
+        {"DelayTime absent", "DelayTimes=2", "", nullptr}};
     for (const auto& [what, before, after, round] : rows) {
         Sandbox box;
         WriteBytes(box.user, UserInfo(before));
@@ -543,40 +427,6 @@ TEST(LaunchDecision, CycleBoundaryAutoCheckNowAndDrawnDelay) {
                    .replace(kStamp, "[" + Moment(at) + "]");
     }
     EXPECT_EQ(box.Body(), log);
-}
-
-// A check in the hour that repeats when clocks go back, after a launch in its first occurrence:
-// the last launch lies 50 minutes back, not 10 minutes ahead, so the cycle is not over, nothing is
-// launched, and the check ends with its "Sleep" line, however the C library last guessed.
-TEST(Check, TheRepeatedHourReadsAsItsFirstOccurrence) {
-    struct Row {
-        const char* zone;
-        const char* lastLaunch;
-        qint64 check; // the second occurrence of 50 minutes later, in UTC seconds
-    };
-    const Row rows[] = {{"America/New_York", "2024-11-03 01:20:00", 1730614200}, // 01:10 EST
-                        {"Europe/Berlin", "2024-10-27 02:20:00", 1729991400}};   // 02:10 CET
-    for (const Row& row : rows) {
-        for (const int guess : {1, 7}) { // a winter or a summer conversion made before
-            SCOPED_TRACE(std::string(row.zone) +
-                         (guess == 1 ? ", winter first" : ", summer first"));
-            ZoneScope zone(row.zone);
-            QDateTime(QDate(2024, guess, 15), QTime(12, 0)).toSecsSinceEpoch();
-            Sandbox box;
-            WriteConfigure("UpdateStrategy", "UpdateCycle", "1", box.user);
-            WriteConfigure("UpdateRecord", "LastLaunchTime", row.lastLaunch, box.user);
-            WriteConfigure("UpdateInfo", "LastStatus", "ready", box.user);
-            WriteConfigure("DelayInfo", "DelayTimes", "1", box.user);
-            const QByteArray before = ReadBytes(box.user);
-            SetClockForTesting([at = row.check] { return QDateTime::fromSecsSinceEpoch(at); });
-            RunCheck();
-            const QByteArray stamp = "[" + Moment(row.check) + "]";
-            EXPECT_EQ(box.Body(),
-                      QByteArray(Traced("ReadConfigInfo", "") + Line(0, "Sleep 1 Minutes"))
-                          .replace(kStamp, stamp));
-            EXPECT_EQ(ReadBytes(box.user), before);
-        }
-    }
 }
 
 // Each log line records the line of the call that writes it: the two traced readings of the

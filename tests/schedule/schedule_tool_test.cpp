@@ -16,6 +16,8 @@ using namespace ::testing;
 namespace {
 const char kFormat[] = "yyyy-MM-dd hh:mm:ss";
 
+// A program's run to its end: its exit status (-1 after a signal), its outputs, and its standard
+// output read as JSON.
 struct ToolRun {
     int status;
     std::string out, err;
@@ -57,20 +59,26 @@ void StartAs(QProcess& process, uid_t uid, const QString& program, const QString
                           args);
 }
 
-// Runs the tool as the agent's account, in the time zone given or the machine's.
-ToolRun Inspect(QStringList args, const char* zone = nullptr) {
-    QProcess tool;
+// A program run to its end as the account `uid` (0: this one), as StartAs starts it, in the time
+// zone given or the machine's.
+ToolRun RunAs(uid_t uid, const QString& program, const QStringList& args, const char* zone = {}) {
+    QProcess process;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     if (zone)
         environment.insert("TZ", zone);
-    StartAs(tool, kAgentAccount, RAVEL_SCHEDULE_BUILT, args, environment);
-    tool.waitForFinished(60000);
-    ToolRun run{tool.exitCode(),
-                tool.readAllStandardOutput().toStdString(),
-                tool.readAllStandardError().toStdString(),
+    StartAs(process, uid, program, args, environment);
+    process.waitForFinished(120000);
+    ToolRun run{process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
+                process.readAllStandardOutput().toStdString(),
+                process.readAllStandardError().toStdString(),
                 {}};
     run.json = QJsonDocument::fromJson(QByteArray::fromStdString(run.out)).object();
     return run;
+}
+
+// Runs the tool as the agent's account.
+ToolRun Inspect(const QStringList& args, const char* zone = nullptr) {
+    return RunAs(kAgentAccount, RAVEL_SCHEDULE_BUILT, args, zone);
 }
 
 // Every file and folder under root: contents, mode and modification time in nanoseconds.
@@ -106,75 +114,135 @@ QJsonObject InspectUnchanged(const AgentPlace& place) {
     return json.json;
 }
 
-std::string User(const AgentPlace& place, const char* section, const char* key) {
-    return GetConfigure(section, key, "absent", place.dup + "UserInfo.dat")
-        .toString()
-        .toStdString();
+// `text` with {root} (the sandbox), {installed}, {data} and {dup} (the duplicate folder) in place.
+QString Placed(const AgentPlace& place, QString text) {
+    return text.replace("{root}", place.root)
+        .replace("{installed}", place.inst)
+        .replace("{data}", place.data)
+        .replace("{dup}", place.dup);
 }
-} // namespace
 
-namespace {
-// One installed product per verdict: the settings and the user's schedule that lead to it, what
-// the agent then logs, in order, and whether it launches.
+std::vector<std::string> Lines(const QString& text) {
+    std::vector<std::string> lines;
+    for (const QString& line : text.split('\n'))
+        lines.push_back(line.toStdString());
+    return lines;
+}
+
+QString User(const AgentPlace& place, const char* section, const char* key) {
+    return GetConfigure(section, key, "absent", place.dup + "UserInfo.dat").toString();
+}
+// "Section/Key=value" as settings; empty: none.
+Settings One(const QString& text) {
+    if (text.isEmpty())
+        return {};
+    return {{text.section('/', 0, 0),
+             {{text.section('/', 1).section('=', 0, 0), text.section('=', 1)}}}};
+}
+
+// One installed product per verdict: the setting and the user's schedule that lead to it, what the
+// agent then logs, in order, one a line ({updater}: its path, {drawn}: the delay drawn), and
+// whether it launches.
 struct VerdictRow {
     const char* verdict;
-    Settings settings, user;
-    std::vector<std::string> logged; // by the agent afterwards, in order
+    QString setting, user, logged;
     bool launches;
 };
 
 std::vector<VerdictRow> VerdictRows() {
     const QString now = QDateTime::currentDateTime().toString(kFormat);
-    const std::string ready = "Time is Ready, Try to Launch("; // the updater's path follows
+    const QString ready = "Time is Ready, Try to Launch({updater})";
     return {
-        {"launch",
-         {},
-         {{"UpdateStrategy", {{"Strategy", "circle"}}}},
-         {"AutoCheckNow = 1", ready},
-         true},
-        {"held", {{"UpdateSetting", {{"AutoCheckNow", "0"}}}}, {}, {"Sleep 600 Minutes"}, false},
-        {"wait-delay",
-         {{"UpdateSetting", {{"AutoCheckNow", "0"}}}},
-         {{"DelayInfo", {{"DelayTime", "0"}}}},
-         {"Delay to Time (", "Sleep 600 Minutes"},
-         false},
-        {"wait-cycle",
-         {},
-         {{"UpdateRecord", {{"LastLaunchTime", now}}}},
-         {"Sleep 600 Minutes"},
-         false},
-        {"resume",
-         {},
-         {{"UpdateInfo", {{"LastStatus", "downloading"}}}},
-         {"LastTime DownLoad broken, Continue now!"},
-         true},
-        {"never", {}, {{"UpdateStrategy", {{"Strategy", "never"}}}}, {"Sleep 600 Minutes"}, false},
-        {"ends",
-         {{"UpdateSetting", {{"RunWithSystem", "0"}}}},
-         {{"UpdateStrategy", {{"Strategy", "never"}}}},
-         {"Strategy was set to never, duplicate ravel will exit now!"},
-         false},
+        {"launch", "", "UpdateStrategy/Strategy=circle", "AutoCheckNow = 1\n" + ready, true},
+        {"held", "UpdateSetting/AutoCheckNow=0", "", "Sleep 600 Minutes", false},
+        {"wait-delay", "UpdateSetting/AutoCheckNow=0", "DelayInfo/DelayTime=0",
+         "Delay to Time ({drawn})\nSleep 600 Minutes", false},
+        {"wait-cycle", "", "UpdateRecord/LastLaunchTime=" + now, "Sleep 600 Minutes", false},
+        {"resume", "", "UpdateInfo/LastStatus=downloading",
+         "LastTime DownLoad broken, Continue now!", true},
+        {"never", "", "UpdateStrategy/Strategy=never", "Sleep 600 Minutes", false},
+        {"ends", "UpdateSetting/RunWithSystem=0", "UpdateStrategy/Strategy=never",
+         "Strategy was set to never, duplicate ravel will exit now!", false},
         // A delay of round 1 that ran out while the agent was away: counted, then launched.
-        {"launch",
-         {{"UpdateSetting", {{"AutoCheckNow", "0"}}}},
-         {{"DelayInfo", {{"DelayTime", "1000"}}}},
-         {"Missed UpdateTime, DelayTimes=2", ready},
-         true},
+        {"launch", "UpdateSetting/AutoCheckNow=0", "DelayInfo/DelayTime=1000",
+         "Missed UpdateTime, DelayTimes=2\n" + ready, true},
     };
+}
+
+// The metrics, read by Prometheus' own parser (Debian's python3-prometheus-client), agree with the
+// JSON report for the same moment; they are written whole to the file asked for.
+void ExpectMetricsAgree(const AgentPlace& place, const std::string& verdict) {
+    // Prints "name{labels} value" per sample, labels sorted, as the parser read them.
+    const QString parse = "import sys\n"
+                          "from prometheus_client.parser import text_string_to_metric_families\n"
+                          "for f in text_string_to_metric_families(open(sys.argv[1]).read()):\n"
+                          "    for s in f.samples:\n"
+                          "        print(s.name, sorted(s.labels.items()), int(s.value))\n";
+    const QString at = QDateTime::currentDateTime().toString(kFormat);
+    const QString prom = place.root + "metrics.prom";
+    const ToolRun json = Inspect({place.inst, "--json", "--at", at});
+    const ToolRun run = Inspect({place.inst, "--prometheus", "--output", prom, "--at", at});
+    ASSERT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(run.out, "");
+    QProcess python;
+    python.start(DEBIAN_PYTHON3, {"-c", parse, prom});
+    ASSERT_TRUE(python.waitForFinished(60000));
+    ASSERT_EQ(python.exitCode(), 0) << python.readAllStandardError().toStdString();
+    std::map<std::string, qint64> values; // by name and verdict label
+    for (const QString& line :
+         QString(python.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts)) {
+        const QStringList fields = line.split(' ');
+        const QString name = fields.first(), value = fields.last();
+        EXPECT_TRUE(line.contains("('installed', '" + place.inst + "')")) << line.toStdString();
+        const int label = line.indexOf("('verdict', '");
+        values[(name + (label < 0 ? QString() : ":" + line.mid(label + 13).section('\'', 0, 0)))
+                   .toStdString()] = value.toLongLong();
+    }
+    const QJsonObject& j = json.json;
+    const QJsonObject schedule = j["schedule"].toObject();
+    EXPECT_EQ(values["ravel_agent_running"], j["running"].toBool() ? 1 : 0);
+    EXPECT_EQ(values["ravel_last_launch_timestamp_seconds"], Seconds(schedule["last_launch"]));
+    EXPECT_EQ(values["ravel_cycle_end_timestamp_seconds"], Seconds(j["cycle_end"]));
+    for (const char* bound : {"earliest", "latest"}) {
+        const std::string name = std::string("ravel_next_launch_") + bound + "_timestamp_seconds";
+        EXPECT_EQ(values.count(name), j[bound].isNull() ? 0u : 1u) << bound;
+        if (!j[bound].isNull()) {
+            EXPECT_EQ(values[name], Seconds(j[bound])) << bound;
+        }
+    }
+    EXPECT_EQ(values["ravel_delay_round"], schedule["delay_round"].toInteger());
+    EXPECT_EQ(values["ravel_interrupted_run"], schedule["interrupted"].toBool() ? 1 : 0);
+    for (const char* each :
+         {"ends", "never", "held", "resume", "launch", "wait-cycle", "wait-delay"})
+        EXPECT_EQ(values[std::string("ravel_verdict:") + each], each == verdict ? 1 : 0) << each;
+    EXPECT_EQ(values["ravel_repairs_pending"], j["repairs"].toArray().size());
+    EXPECT_EQ(values["ravel_warnings"], j["warnings"].toArray().size());
+    EXPECT_EQ(values.count("ravel_log_bytes"), 0u) << "no log yet";
+}
+
+// The exit status of a child of this process (the resident copy a hand-over started, made ours
+// by the harness) once it has ended; -1 when none ends in time.
+int EndedChildStatus() {
+    int status = 0;
+    for (int i = 0; i < 2400; ++i, usleep(50000))
+        if (waitpid(-1, &status, WNOHANG) > 0)
+            return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return -1;
 }
 } // namespace
 
+// Each verdict, in text, JSON and metrics, is what the agent started on the folder then does.
 TEST(Inspector, EachVerdictIsWhatTheAgentThenDoes) {
-    const std::string ready = "Time is Ready, Try to Launch("; // the updater's path follows
     const std::vector<VerdictRow> rows = VerdictRows();
     for (const VerdictRow& row : rows) {
-        SCOPED_TRACE(row.verdict + (" " + row.logged[0]));
+        SCOPED_TRACE(row.verdict + (" " + row.logged.section('\n', 0, 0).toStdString()));
         AgentPlace place;
-        place.LayOutInstalled(row.settings, row.user);
+        place.LayOutInstalled(One(row.setting), One(row.user));
         const QJsonObject json = InspectUnchanged(place);
+        ExpectMetricsAgree(place, row.verdict);
         EXPECT_EQ(json["verdict"].toString().toStdString(), row.verdict);
         EXPECT_EQ(json["running"], false);
-        EXPECT_EQ(json["missed"], row.logged[0].rfind("Missed", 0) == 0);
+        EXPECT_EQ(json["missed"], row.logged.startsWith("Missed"));
         EXPECT_EQ(json["earliest"].isNull(), !row.launches && row.verdict[0] != 'w');
         const qint64 at = Seconds(json["at"]), latest = Seconds(json["latest"]);
 
@@ -189,23 +257,16 @@ TEST(Inspector, EachVerdictIsWhatTheAgentThenDoes) {
                       row.launches);
             EXPECT_EQ(place.EndResident(pid), 0);
         }
-        std::vector<std::string> logged = row.logged;
-        for (std::string& message : logged) // completed with the updater or the drawn moment
-            if (message.back() == '(')
-                message +=
-                    (message == ready ? place.updater
-                                      : QDateTime::fromSecsSinceEpoch(
-                                            std::stoll(User(place, "DelayInfo", "DelayTime")))
-                                            .toString(kFormat)
-                                            .toStdString()) +
-                    ")";
-        EXPECT_TRUE(place.Logged(logged));
+        const qint64 drawn = User(place, "DelayInfo", "DelayTime").toLongLong();
+        EXPECT_TRUE(place.Logged(Lines(
+            QString(row.logged)
+                .replace("{updater}", QString::fromStdString(place.updater))
+                .replace("{drawn}", QDateTime::fromSecsSinceEpoch(drawn).toString(kFormat)))));
         EXPECT_EQ(place.Logged({"File path is: " + place.updater}), row.launches);
         if (row.launches) { // launched at the announced check: now
             EXPECT_EQ(Seconds(json["earliest"]), at);
         }
         if (row.verdict == std::string("wait-delay")) { // drawn inside the announced window
-            const qint64 drawn = std::stoll(User(place, "DelayInfo", "DelayTime"));
             EXPECT_THAT(drawn, AllOf(Gt(at), Le(at + 43200 + 5)));
             // Checks every 600 minutes from `at`: the draw lands by at + 43200, so the launch
             // comes at the check at + 36000 or the one at + 72000, the window announced.
@@ -252,48 +313,26 @@ TEST(Inspector, RepairsWarningsAndBadCommandLines) {
     EXPECT_EQ(json["user_info"], derived + "/Brightwell/UserInfo.dat");
     EXPECT_EQ(QFileInfo::exists(derived), existed);
 
-    const std::string usage =
+    const QString usage =
         "usage: ravel-schedule INSTALLED_FOLDER [--at \"yyyy-MM-dd hh:mm:ss\"] [--json | "
         "--prometheus [--output FILE]]\n";
-    struct Bad {
-        const char* what;
-        QStringList args;
-        std::string message; // on standard error
-        int status;
-    };
-    const Bad bad[] = {
-        {"a missing folder",
-         {place.root + "none"},
-         "ravel-schedule: " + place.root.toStdString() + "none: no such folder\n",
-         1},
-        {"not an installed folder",
-         {place.data},
-         "ravel-schedule: " + place.data.toStdString() +
-             ": not an installed folder (neither ravel.app nor Tidewater.dat is there)\n",
-         1},
-        {"an impossible date",
-         {place.inst, "--at", "2024-02-30 10:00:00"},
-         "ravel-schedule: --at needs a local time as \"yyyy-MM-dd hh:mm:ss\", not \"2024-02-30 "
-         "10:00:00\"\n",
-         2},
-        {"--at without its value",
-         {place.inst, "--at"},
-         "ravel-schedule: Missing value after '--at'.\n" + usage,
-         2},
-        {"an unknown option",
-         {place.inst, "--frobnicate"},
-         "ravel-schedule: Unknown option 'frobnicate'.\n" + usage,
-         2},
-        {"two folders",
-         {place.inst, place.data},
-         "ravel-schedule: unexpected argument \"" + place.data.toStdString() + "\"\n" + usage,
-         2},
-        {"no folder", {}, "ravel-schedule: " + usage, 2}};
-    for (const Bad& row : bad) {
-        const ToolRun run = Inspect(row.args);
-        EXPECT_EQ(run.err, row.message) << row.what;
-        EXPECT_EQ(run.status, row.status) << row.what;
-        EXPECT_EQ(run.out, "") << row.what;
+    // The arguments, "|" between them; the status; standard error (see Placed).
+    const std::tuple<const char*, QString, int, QString> bad[] = {
+        {"a missing folder", "{root}none", 1, "{root}none: no such folder\n"},
+        {"not an installed folder", "{data}", 1,
+         "{data}: not an installed folder (neither ravel.app nor Tidewater.dat is there)\n"},
+        {"an impossible date", "{installed}|--at|2024-02-30 10:00:00", 2,
+         "--at needs a local time as \"yyyy-MM-dd hh:mm:ss\", not \"2024-02-30 10:00:00\"\n"},
+        {"--at without its value", "{installed}|--at", 2, "Missing value after '--at'.\n" + usage},
+        {"an unknown option", "{installed}|--frobnicate", 2,
+         "Unknown option 'frobnicate'.\n" + usage},
+        {"two folders", "{installed}|{data}", 2, "unexpected argument \"{data}\"\n" + usage},
+        {"no folder", "", 2, usage}};
+    for (const auto& [what, args, status, message] : bad) {
+        const ToolRun run = Inspect(Placed(place, args).split('|', Qt::SkipEmptyParts));
+        EXPECT_EQ(run.err, ("ravel-schedule: " + Placed(place, message)).toStdString()) << what;
+        EXPECT_EQ(run.status, status) << what;
+        EXPECT_EQ(run.out, "") << what;
     }
 }
 
@@ -390,66 +429,8 @@ TEST(Inspector, ARepeatedHourLastLaunchEndsItsCycleADayAfterItsFirstOccurrence) 
     }
 }
 
-// The metrics for every verdict, read by Prometheus' own parser (Debian's
-// python3-prometheus-client), agree with the JSON report; the file is written whole, and a file in
-// a missing folder is refused.
-TEST(Inspector, PrometheusMetricsAgreeWithTheJsonReport) {
-    // Prints "name{labels} value" per sample, labels sorted, as the parser read them.
-    const QString parse = "import sys\n"
-                          "from prometheus_client.parser import text_string_to_metric_families\n"
-                          "for f in text_string_to_metric_families(open(sys.argv[1]).read()):\n"
-                          "    for s in f.samples:\n"
-                          "        print(s.name, sorted(s.labels.items()), int(s.value))\n";
-    for (const VerdictRow& row : VerdictRows()) {
-        SCOPED_TRACE(row.verdict);
-        AgentPlace place;
-        place.LayOutInstalled(row.settings, row.user);
-        const QString at = QDateTime::currentDateTime().toString(kFormat);
-        const QString prom = place.root + "metrics.prom";
-        const ToolRun json = Inspect({place.inst, "--json", "--at", at});
-        const ToolRun run = Inspect({place.inst, "--prometheus", "--output", prom, "--at", at});
-        ASSERT_EQ(run.status, 0) << run.err;
-        EXPECT_EQ(run.out, "");
-        QProcess python;
-        python.start(DEBIAN_PYTHON3, {"-c", parse, prom});
-        ASSERT_TRUE(python.waitForFinished(60000));
-        ASSERT_EQ(python.exitCode(), 0) << python.readAllStandardError().toStdString();
-        std::map<std::string, qint64> values; // by name and verdict label
-        for (const QString& line :
-             QString(python.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts)) {
-            const QStringList fields = line.split(' ');
-            const QString name = fields.first(), value = fields.last();
-            EXPECT_TRUE(line.contains("('installed', '" + place.inst + "')")) << line.toStdString();
-            const int verdict = line.indexOf("('verdict', '");
-            values[(name +
-                    (verdict < 0 ? QString() : ":" + line.mid(verdict + 13).section('\'', 0, 0)))
-                       .toStdString()] = value.toLongLong();
-        }
-        const QJsonObject& j = json.json;
-        const QJsonObject schedule = j["schedule"].toObject();
-        EXPECT_EQ(values["ravel_agent_running"], j["running"].toBool() ? 1 : 0);
-        EXPECT_EQ(values["ravel_last_launch_timestamp_seconds"], Seconds(schedule["last_launch"]));
-        EXPECT_EQ(values["ravel_cycle_end_timestamp_seconds"], Seconds(j["cycle_end"]));
-        for (const char* bound : {"earliest", "latest"}) {
-            const std::string name =
-                std::string("ravel_next_launch_") + bound + "_timestamp_seconds";
-            EXPECT_EQ(values.count(name), j[bound].isNull() ? 0u : 1u) << bound;
-            if (!j[bound].isNull()) {
-                EXPECT_EQ(values[name], Seconds(j[bound])) << bound;
-            }
-        }
-        EXPECT_EQ(values["ravel_delay_round"], schedule["delay_round"].toInteger());
-        EXPECT_EQ(values["ravel_interrupted_run"], schedule["interrupted"].toBool() ? 1 : 0);
-        for (const char* verdict :
-             {"ends", "never", "held", "resume", "launch", "wait-cycle", "wait-delay"})
-            EXPECT_EQ(values[std::string("ravel_verdict:") + verdict],
-                      verdict == row.verdict ? 1 : 0)
-                << verdict;
-        EXPECT_EQ(values["ravel_repairs_pending"], j["repairs"].toArray().size());
-        EXPECT_EQ(values["ravel_warnings"], j["warnings"].toArray().size());
-        EXPECT_EQ(values.count("ravel_log_bytes"), 0u) << "no log yet";
-    }
-    // Escaped labels; a missing folder: refused, nothing written.
+// Metrics of a folder whose name needs escaping in a label; a file in a missing folder is refused.
+TEST(Inspector, PrometheusLabelsEscapedAndAMissingFolderRefused) {
     AgentPlace place;
     place.LayOutInstalled();
     const QString odd = place.root + "a \"quoted\\ folder/";
@@ -466,113 +447,52 @@ TEST(Inspector, PrometheusMetricsAgreeWithTheJsonReport) {
     EXPECT_FALSE(QFileInfo::exists(place.root + "none"));
 }
 
-namespace {
-struct ProcessRun {
-    int status;
-    std::string out, err;
-};
-
-// A program run to its end, as the account `uid` (0: this one), as StartAs starts it.
-ProcessRun RunAs(uid_t uid, const QString& program, const QStringList& args) {
-    QProcess process;
-    StartAs(process, uid, program, args);
-    process.waitForFinished(120000);
-    return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
-            process.readAllStandardOutput().toStdString(),
-            process.readAllStandardError().toStdString()};
-}
-
-// The exit status of a child of this process (the resident copy a hand-over started, made ours
-// by the harness) once it has ended; -1 when none ends in time.
-int EndedChildStatus() {
-    int status = 0;
-    for (int i = 0; i < 2400; ++i, usleep(50000))
-        if (waitpid(-1, &status, WNOHANG) > 0)
-            return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return -1;
-}
-} // namespace
-
 // Each way the agent can end at start: ravel-schedule names it, with the agent's own messages, and
 // the agent started on the same folder then ends with those messages and that status.
 TEST(Inspector, AStartThatFailsIsForeseenWithTheAgentsOwnMessages) {
     const uid_t nobody = 65534; // may not make the shared data root
     struct Row {
         const char* what;
-        std::function<void(AgentPlace&)> arrange;
+        const char* duplicatePath; // written to Tidewater.dat; null: as laid out
+        const char* removed;       // a file taken away, with RunWithSystem 0; null: none
         uid_t uid;
-        bool resident; // the resident copy fails; the installed copy hands over with 0
-        std::vector<std::string> messages;
-    };
-    const auto setting = [](const char* section, const char* key, const char* value) {
-        return [=](AgentPlace& place) {
-            WriteConfigure(section, key, value, place.inst + "Tidewater.dat");
-        };
+        bool resident;    // the resident copy fails; the installed copy hands over with 0
+        QString messages; // one a line (see Placed)
     };
     std::vector<Row> rows = {
-        {"no data folder given, and the data root cannot be made",
-         [](AgentPlace& place) {
-             WriteConfigure("DupInfo", "DuplicatePath", "", place.inst + "Tidewater.dat");
-             chmod(place.root.toLocal8Bit().constData(), 0755); // readable by the other account
-         },
-         nobody,
-         false,
-         {"MXPSCreatePath: Make directory failed.", "Duplicate path is empty or it's not a path."}},
-        {"a data folder under a file",
-         [](AgentPlace& place) {
-             WriteConfigure("DupInfo", "DuplicatePath", place.inst + "libx.so/data/",
-                            place.inst + "Tidewater.dat");
-         },
-         kAgentAccount,
-         false,
-         {"Duplicate path is empty or it's not a path."}},
-        {"no updater without RunWithSystem",
-         [&](AgentPlace& place) {
-             setting("UpdateSetting", "RunWithSystem", "0")(place);
-             QFile::remove(QString::fromStdString(place.updater));
-         },
-         kAgentAccount,
-         false,
-         {"ExeFile<%I%Tidewater.app/Contents/MacOS/Tidewater> not exist",
-          "Original InitFilePath Failed"}},
-        {"no UpdateInfo.dat without RunWithSystem",
-         [&](AgentPlace& place) {
-             setting("UpdateSetting", "RunWithSystem", "0")(place);
-             QFile::remove(place.inst + "UpdateInfo.dat");
-         },
-         kAgentAccount,
-         false,
-         {"ConfigFile<%I%UpdateInfo.dat> not exist", "Original InitFilePath Failed"}},
-        {"no UserInfo.dat without RunWithSystem",
-         [&](AgentPlace& place) {
-             setting("UpdateSetting", "RunWithSystem", "0")(place);
-             QFile::remove(place.dup + "UserInfo.dat");
-         },
-         kAgentAccount,
-         true,
-         {"ConfigFile<%D%UserInfo.dat> not exist", "Duplicate InitFilePath Failed"}},
+        {"no data folder given, and the data root cannot be made", "", nullptr, nobody, false,
+         "MXPSCreatePath: Make directory failed.\nDuplicate path is empty or it's not a path."},
+        {"a data folder under a file", "{installed}libx.so/data/", nullptr, kAgentAccount, false,
+         "Duplicate path is empty or it's not a path."},
+        {"no updater without RunWithSystem", nullptr,
+         "{installed}Tidewater.app/Contents/MacOS/Tidewater", kAgentAccount, false,
+         "ExeFile<{installed}Tidewater.app/Contents/MacOS/Tidewater> not exist\n"
+         "Original InitFilePath Failed"},
+        {"no UpdateInfo.dat without RunWithSystem", nullptr, "{installed}UpdateInfo.dat",
+         kAgentAccount, false,
+         "ConfigFile<{installed}UpdateInfo.dat> not exist\nOriginal InitFilePath Failed"},
+        {"no UserInfo.dat without RunWithSystem", nullptr, "{dup}UserInfo.dat", kAgentAccount, true,
+         "ConfigFile<{dup}UserInfo.dat> not exist\nDuplicate InitFilePath Failed"},
     };
     if (kPerUser) // run by root, the per-user agent refuses before it makes anything
-        rows.push_back({"the per-user agent run by root",
-                        [](AgentPlace&) {},
-                        0,
-                        false,
-                        {"ravel: this is the per-user agent; it does not run as root. Start it "
-                         "from the account it serves."}});
+        rows.push_back({"the per-user agent run by root", nullptr, nullptr, 0, false,
+                        "ravel: this is the per-user agent; it does not run as root. Start it "
+                        "from the account it serves."});
     for (const Row& row : rows) {
         SCOPED_TRACE(row.what);
         AgentPlace place;
         place.LayOutInstalled();
-        row.arrange(place);
-        std::vector<std::string> messages;
-        for (std::string message : row.messages) // the folders, as the agent names them
-            messages.push_back(QString::fromStdString(message)
-                                   .replace("%I%", place.inst)
-                                   .replace("%D%", place.dup)
-                                   .toStdString());
-        const ProcessRun tool = RunAs(row.uid, RAVEL_SCHEDULE_BUILT, {place.inst, "--json"});
-        const QJsonObject json =
-            QJsonDocument::fromJson(QByteArray::fromStdString(tool.out)).object();
+        chmod(place.root.toLocal8Bit().constData(), 0755); // readable by another account
+        const QString settings = place.inst + "Tidewater.dat";
+        if (row.duplicatePath)
+            WriteConfigure("DupInfo", "DuplicatePath", Placed(place, row.duplicatePath), settings);
+        if (row.removed) {
+            WriteConfigure("UpdateSetting", "RunWithSystem", "0", settings);
+            QFile::remove(Placed(place, row.removed));
+        }
+        const std::vector<std::string> messages = Lines(Placed(place, row.messages));
+        const ToolRun tool = RunAs(row.uid, RAVEL_SCHEDULE_BUILT, {place.inst, "--json"});
+        const QJsonObject& json = tool.json;
         ASSERT_EQ(tool.status, 0) << tool.err;
         EXPECT_EQ(json["verdict"], "fails-at-start");
         EXPECT_TRUE(json["earliest"].isNull());
@@ -583,7 +503,7 @@ TEST(Inspector, AStartThatFailsIsForeseenWithTheAgentsOwnMessages) {
         EXPECT_EQ(announced, messages);
         EXPECT_EQ(failure["status"], 255);
 
-        const ProcessRun agent = RunAs(row.uid, QString::fromStdString(place.installedExe), {});
+        const ToolRun agent = RunAs(row.uid, QString::fromStdString(place.installedExe), {});
         EXPECT_EQ(agent.status, row.resident ? 0 : 255) << agent.err;
         if (row.resident) {
             EXPECT_EQ(EndedChildStatus(), 255) << "the resident copy";

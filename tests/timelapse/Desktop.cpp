@@ -10,14 +10,6 @@ namespace {
 // The default data root, as a real installation uses it (private to these namespaces).
 const QString kDataRoot = "/usr/local/zq_kt_userdata/";
 
-Settings ToSettings(const QMap<QString, QMap<QString, QString>>& map) {
-    Settings settings;
-    for (auto section = map.begin(); section != map.end(); ++section)
-        for (auto key = section->begin(); key != section->end(); ++key)
-            settings[section.key()][key.key()] = key.value();
-    return settings;
-}
-
 // The login under libfaketime's wrapper, whose process keeps the day's shared clock; the status
 // of the session, or -2 when it outlived its deadline (then it is killed).
 int RunLogin(const DesktopPlan& plan, AgentPlace& place, const Login& login, const QString& day) {
@@ -75,8 +67,9 @@ DayFacts FactsOf(const QString& day, const std::string& log) {
 
 Expectations ExpectationsOf(const Scenario& s) {
     Expectations e;
-    e.interval = s.updateSetting.value("TimerMinutes", "600").toLongLong() * 60;
-    e.cycle = s.user.value("UpdateStrategy").value("UpdateCycle", "1").toLongLong() * 86400;
+    // Every scenario has both: the standard ones set them, and settings given are checked.
+    e.interval = s.updateSetting.at("TimerMinutes").toLongLong() * 60;
+    e.cycle = s.user.at("UpdateStrategy").at("UpdateCycle").toLongLong() * 86400;
 #ifdef __SANITIZE_ADDRESS__
     e.judgeMemory = false; // freed memory waits in the sanitizer's quarantine by design
 #endif
@@ -122,12 +115,11 @@ QString Header(const Scenario& s) {
     for (const auto& [in, out] : s.sessions)
         sessions << in.toString("hh:mm") + "-" + out.toString("hh:mm");
     QStringList settings;
-    for (auto key = s.updateSetting.begin(); key != s.updateSetting.end(); ++key)
-        settings << key.key() + "=" + key.value();
-    const auto user = UserSettings(s);
-    for (const auto& section : user)
-        for (auto key = section.begin(); key != section.end(); ++key)
-            settings << key.key() + "=" + key.value();
+    for (const auto& [key, value] : s.updateSetting)
+        settings << key + "=" + value;
+    for (const auto& [section, keys] : UserSettings(s))
+        for (const auto& [key, value] : keys)
+            settings << key + "=" + value;
     const QString jitter =
         s.jitter ? QStringLiteral(" (each up to %1 min later)").arg(s.jitter) : "";
     return QStringLiteral("== %1: TZ=%2, %3 %4%5; %6")
@@ -148,10 +140,7 @@ void SetEnvironment(const Scenario& s) {
 void LayOut(AgentPlace& place, const Scenario& s) {
     QDir().mkpath(kDataRoot);
     chmod(QFile::encodeName(kDataRoot).constData(), 0777);
-    Settings tidewater;
-    for (auto key = s.updateSetting.begin(); key != s.updateSetting.end(); ++key)
-        tidewater["UpdateSetting"][key.key()] = key.value();
-    place.LayOutInstalled(tidewater, ToSettings(UserSettings(s)));
+    place.LayOutInstalled({{"UpdateSetting", s.updateSetting}}, UserSettings(s));
 }
 
 // One login run and judged: its row of the table, its findings.

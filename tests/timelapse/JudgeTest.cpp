@@ -78,14 +78,15 @@ DayFacts GoodDay() {
     return f;
 }
 
-Expectations TenMinutes() {
-    Expectations e;
-    e.interval = 600;
-    return e;
+// The resident's log with checks `first` to `last` moved by `by` seconds.
+void Shift(DayFacts& f, int first, int last, qint64 by) {
+    f.log = DayLog(ResidentLog([=](int k) { return k >= first && k <= last ? by : 0; }));
 }
 
-QStringList Failures(const DayFacts& f) {
-    return JudgeDay(f, TenMinutes()).failures;
+DayFindings Judged(const DayFacts& f) {
+    Expectations tenMinutes;
+    tenMinutes.interval = 600;
+    return JudgeDay(f, tenMinutes);
 }
 
 class Judge : public ::testing::Test {
@@ -95,7 +96,7 @@ protected:
 } // namespace
 
 TEST_F(Judge, ADayThatKeepsEveryPromisePasses) {
-    const DayFindings found = JudgeDay(GoodDay(), TenMinutes());
+    const DayFindings found = Judged(GoodDay());
     EXPECT_THAT(found.failures, IsEmpty());
     EXPECT_EQ(found.checks, 24);
     EXPECT_EQ(found.firstCheck, At("08:31:00"));
@@ -104,38 +105,33 @@ TEST_F(Judge, ADayThatKeepsEveryPromisePasses) {
     EXPECT_EQ(found.handles, "11");
 }
 
-TEST_F(Judge, EachFaultIsFound) {
+// Each fault the judge is there to find is found; what a loaded machine does at the limits of
+// the tolerances (a check half an interval late, a draw late by that much) passes.
+TEST_F(Judge, EachFaultIsFoundAndTheTolerancesHold) {
     struct Row {
         const char* name;
         std::function<void(DayFacts&)> fault;
-        const char* found; // in one of the failures
+        const char* found; // in one of the failures; null: none
     };
-    const auto log = [](DayFacts& f, const QString& resident) { f.log = DayLog(resident); };
     const Row rows[] = {
-        {"a check skipped",
-         [&](DayFacts& f) { log(f, ResidentLog([](int k) { return k >= 10 ? 600 : 0; })); },
+        {"a check skipped", [](DayFacts& f) { Shift(f, 10, 23, 600); },
          "check 11 came at 10:21:00, 600 s from its time 10:11:00 (-2 s to 300 s allowed); 14 "
          "such"},
-        {"a check early",
-         [&](DayFacts& f) { log(f, ResidentLog([](int k) { return k == 7 ? -3 : 0; })); },
-         "-3 s from its time"},
-        {"a check later than half an interval",
-         [&](DayFacts& f) { log(f, ResidentLog([](int k) { return k == 7 ? 301 : 0; })); },
+        {"a check early", [](DayFacts& f) { Shift(f, 7, 7, -3); }, "-3 s from its time"},
+        {"a check later than half an interval", [](DayFacts& f) { Shift(f, 7, 7, 301); },
          "301 s from its time 09:41:00 (-2 s to 300 s allowed)"},
+        {"a check half an interval late", [](DayFacts& f) { Shift(f, 7, 7, 300); }, nullptr},
+        {"the launching check late",
+         [](DayFacts& f) { Shift(f, 3, 3, 200), Recorded(f, At("09:04:20")); }, nullptr},
         {"another interval logged",
-         [&](DayFacts& f) { log(f, ResidentLog([](int) { return 0; }, "Sleep 5 Minutes")); },
+         [](DayFacts& f) { f.log = DayLog(ResidentLog([](int) { return 0; }, "Sleep 5 Minutes")); },
          "logged Sleep 5 Minutes"},
-        {"checks stop before logout", [&](DayFacts& f) { f.logout = At("13:30:00"); },
+        {"checks stop before logout", [](DayFacts& f) { f.logout = At("13:30:00"); },
          "24 checks from 08:31:00 to logout"},
         {"no launch where foreseen",
          [](DayFacts& f) { f.replayed.earliest = f.replayed.latest = At("10:01:00"); },
          "launch at 2024-01-08 09:01:00 outside the window foreseen for the first check: "
          "2024-01-08 10:01:00 to 2024-01-08 10:01:00"},
-        {"a launch where none is foreseen",
-         [](DayFacts& f) {
-             f.replayed = {"never", At("08:31:00"), -1, -1};
-         },
-         "none (never)"},
         {"a launch before its cycle is over",
          [](DayFacts& f) {
              f.lastLaunch = Seconds("2024-01-07 09:01:00");
@@ -144,23 +140,20 @@ TEST_F(Judge, EachFaultIsFound) {
          "launch at 2024-01-08 09:01:00 before its cycle is over (last launch 2024-01-07 "
          "09:01:00)"},
         {"no launch in a window before logout",
-         [&](DayFacts& f) {
+         [](DayFacts& f) {
              f.replayed.earliest = f.replayed.latest = At("11:01:00");
-             log(f, ResidentLog().remove(QRegularExpression(".*(Ready|File path).*\n")));
+             f.log = DayLog(ResidentLog().remove(QRegularExpression(".*(Ready|File path).*\n")));
              f.updaterRuns = 0;
          },
          "no launch, though foreseen by 11:01:00"},
         {"an updater run missing", [](DayFacts& f) { f.updaterRuns = 0; },
          "1 launch(es) logged, 0 updater run(s) recorded"},
         {"a malformed line",
-         [&](DayFacts& f) { log(f, ResidentLog() + "[Src/ravel(42)][2024-01-08 12:2\n"); },
+         [](DayFacts& f) { f.log = DayLog(ResidentLog() + "[Src/ravel(42)][2024-01-08 12:2\n"); },
          "1 malformed log line(s), the first: [Src/ravel(42)][2024-01-08 12:2"},
         {"the installed copy's End missing",
          [](DayFacts& f) { f.log = ReadSessionLog(QString(kStart) + "\n" + ResidentLog()); },
          "banners: 2 Start and 0 End"},
-        {"an End with no run open",
-         [](DayFacts& f) { f.log = ReadSessionLog(QString(kEnd) + "\n" + ResidentLog()); },
-         "an End with no run open"},
         {"a line stamped after logout", [](DayFacts& f) { f.logout = At("12:11:00"); },
          "outside the session"},
         {"descriptors that grow",
@@ -181,142 +174,53 @@ TEST_F(Judge, EachFaultIsFound) {
          "the installed copy ended with status 255"},
     };
     for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
         DayFacts f = GoodDay();
         row.fault(f);
-        const QStringList failures = Failures(f);
-        EXPECT_THAT(failures.join('\n').toStdString(), HasSubstr(row.found)) << row.name;
+        const std::string failures = Judged(f).failures.join('\n').toStdString();
+        if (row.found) {
+            EXPECT_THAT(failures, HasSubstr(row.found)) << row.name;
+        } else {
+            EXPECT_EQ(failures, "") << row.name;
+        }
     }
 }
 
-TEST_F(Judge, ToleratesWhatALoadedMachineDoes) {
-    const struct {
-        const char* name;
-        std::function<void(DayFacts&)> change;
-    } rows[] = {
-        {"a check half an interval late",
-         [](DayFacts& f) { f.log = DayLog(ResidentLog([](int k) { return k == 7 ? 300 : 0; })); }},
-        {"the launching check late",
-         [](DayFacts& f) {
-             f.log = DayLog(ResidentLog([](int k) { return k == 3 ? 200 : 0; }));
-             Recorded(f, At("09:04:20"));
-         }},
-        {"memory grown by a few pages", [](DayFacts& f) { f.samples.last().rssKb += 64; }},
-        {"a descriptor open for a moment", [](DayFacts& f) { f.samples.last().fds += 2; }},
-        {"the last check cut off by logout", [](DayFacts& f) { f.logout = At("12:30:00") + 250; }},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        DayFacts f = GoodDay();
-        row.change(f);
-        EXPECT_THAT(Failures(f), IsEmpty()) << row.name;
-    }
-}
-
-TEST_F(Judge, ReadsTheLinesOfEachCheck) {
-    const QString text = QString(kStart) + "\n" + Line(At("10:00:00"), "ReadConfigInfo: Enter") +
-                         Line(At("10:00:01"), "Delay to Time (2024-01-08 11:30:00)") +
-                         Line(At("10:00:02"), "Sleep 15 Minutes") +
-                         Line(At("11:30:00"), "ReadConfigInfo: Enter") +
-                         Line(At("11:30:01"), "Time is Ready, Try to Launch(/x)"); // then SIGTERM
-    const SessionLog log = ReadSessionLog(text);
-    ASSERT_EQ(log.checks.size(), 2);
-    EXPECT_EQ(log.checks[0].at, At("10:00:00")) << "when it read the schedule";
-    EXPECT_EQ(log.checks[0].drawn, At("11:30:00"));
-    EXPECT_EQ(log.checks[0].minutes, 15u);
-    EXPECT_EQ(log.checks[0].launchAt, -1);
-    EXPECT_EQ(log.checks[1].at, At("11:30:00"));
-    EXPECT_EQ(log.checks[1].launchAt, At("11:30:01")) << "a check cut off still launched";
-    EXPECT_EQ(log.checks[1].minutes, 0u);
-    EXPECT_EQ(FirstCheck(log), At("10:00:00"));
-    EXPECT_EQ(log.starts, 1);
-    EXPECT_EQ(log.earliest, At("10:00:00"));
-    EXPECT_EQ(log.latest, At("11:30:01"));
-}
-
-TEST_F(Judge, ReadsTheInspectorsReport) {
-    const Forecast f = ForecastFrom(R"({"verdict": "wait-delay", "check_at": "2024-01-08 08:31:00",
-        "earliest": "2024-01-08 09:31:00", "latest": null})");
-    EXPECT_EQ(f.verdict, "wait-delay");
-    EXPECT_EQ(f.checkAt, At("08:31:00"));
-    EXPECT_EQ(f.earliest, At("09:31:00"));
-    EXPECT_EQ(f.latest, -1);
-    EXPECT_EQ(ForecastFrom("not a report").verdict, "");
-}
-
-TEST(TimelapseSettings, NameAScenarioAndChangeIt) {
+// The settings' syntax: a scenario named and changed, settings alone changing "auto", the logins
+// planned from them, and what cannot be run refused.
+TEST(TimelapseSettings, NameAScenarioChangeItOrRefuse) {
     QList<Scenario> all;
     QString problem;
-    ASSERT_TRUE(ScenariosFrom({}, all, problem));
-    QStringList names;
-    for (const Scenario& s : all)
-        names << s.name;
-    EXPECT_EQ(names, QStringList({"auto", "range-inside", "range-beyond", "two-day-cycle",
-                                  "dst-new-york", "dst-berlin"}));
-
     ASSERT_TRUE(ScenariosFrom({"dst-berlin", "TimerMinutes=5", "UpdateCycle=3", "start=2024-03-29",
                                "sessions=09:00-12:00,13:00-18:00", "weekends=no", "jitter=0"},
                               all, problem))
         << problem.toStdString();
     ASSERT_EQ(all.size(), 1);
     const Scenario& s = all.first();
-    EXPECT_EQ(s.zone, "Europe/Berlin");
-    EXPECT_EQ(s.updateSetting["TimerMinutes"], "5");
-    EXPECT_EQ(s.updateSetting["AutoCheckNow"], "0") << "kept from the scenario";
+    EXPECT_EQ(s.zone + " " + s.updateSetting.at("TimerMinutes") +
+                  s.updateSetting.at("AutoCheckNow"),
+              "Europe/Berlin 50"); // AutoCheckNow kept from the scenario
     EXPECT_EQ(UserSettings(s)["UpdateStrategy"]["UpdateCycle"], "3");
-    EXPECT_EQ(UserSettings(s)["UpdateRecord"]["LastLaunchTime"], "2024-03-28 11:00:00")
-        << "the day before the first day, as the scenario has it";
-    // Friday 2024-03-29, then Monday: the weekend has no logins.
-    const QList<Login> logins = LoginsOf(s, 2);
-    ASSERT_EQ(logins.size(), 4);
-    EXPECT_EQ(logins[0].login, "2024-03-29 09:00:00");
-    EXPECT_EQ(logins[1].logout, "2024-03-29 18:00:00");
-    EXPECT_EQ(logins[2].login, "2024-04-01 09:00:00");
-    EXPECT_EQ(logins[3].day, 2);
+    EXPECT_EQ(UserSettings(s)["UpdateRecord"]["LastLaunchTime"], "2024-03-28 11:00:00");
+    QStringList logins; // Friday 2024-03-29, then Monday: the weekend has no logins
+    for (const Login& login : LoginsOf(s, 2))
+        logins << QString::number(login.day) + " " + login.login + "-" + login.logout.mid(11);
+    EXPECT_EQ(logins,
+              QStringList({"1 2024-03-29 09:00:00-12:00:00", "1 2024-03-29 13:00:00-18:00:00",
+                           "2 2024-04-01 09:00:00-12:00:00", "2 2024-04-01 13:00:00-18:00:00"}));
     EXPECT_EQ(ArgumentsOf(s).first(), "dst-berlin");
-
-    ASSERT_TRUE(
-        ScenariosFrom({"AutoCheckNow=0", "LastLaunchTime=2023-12-31 23:00:00"}, all, problem));
+    ASSERT_TRUE(ScenariosFrom({"AutoCheckNow=0"}, all, problem));
     EXPECT_EQ(all.first().name, "auto") << "settings alone change \"auto\"";
-    EXPECT_EQ(UserSettings(all.first())["UpdateRecord"]["LastLaunchTime"], "2023-12-31 23:00:00");
-}
 
-TEST(TimelapseSettings, RefusesWhatItCannotRun) {
-    const struct {
-        QStringList words;
-        const char* problem;
-    } rows[] = {
+    const std::pair<QStringList, const char*> bad[] = {
         {{"lunar"}, "unknown scenario \"lunar\""},
         {{"Colour=blue"}, "unknown setting \"Colour\""},
         {{"TZ=Mars/Olympus"}, "bad value for TZ: \"Mars/Olympus\""},
-        {{"sessions=12:00-11:00"}, "bad value for sessions"},
-        {{"sessions=08:00-12:00,11:00-17:00"}, "bad value for sessions"},
+        {{"sessions=08:00-12:00,11:00-17:00"},
+         "bad value for sessions: \"08:00-12:00,11:00-17:00\""},
         {{"TimerMinutes=0"}, "bad value for TimerMinutes: \"0\""},
-        {{"UpdateCycle=x"}, "bad value for UpdateCycle"},
-        {{"jitter=121"}, "bad value for jitter"},
-        {{"weekends=maybe"}, "bad value for weekends"},
-        {{"start=2024-02-30"}, "bad value for start"},
     };
-    for (const auto& row : rows) {
-        QList<Scenario> scenarios;
-        QString problem;
-        EXPECT_FALSE(ScenariosFrom(row.words, scenarios, problem)) << row.problem;
-        EXPECT_THAT(problem.toStdString(), HasSubstr(row.problem));
+    for (const auto& [words, expected] : bad) {
+        EXPECT_FALSE(ScenariosFrom(words, all, problem)) << expected;
+        EXPECT_EQ(problem.toStdString(), expected);
     }
-}
-
-TEST(TimelapseSettings, LoginsAreTheSameEveryRunAndNeverOverlap) {
-    QList<Scenario> all;
-    QString problem;
-    ASSERT_TRUE(ScenariosFrom({"range-beyond", "jitter=120"}, all, problem));
-    const QList<Login> logins = LoginsOf(all.first(), 5);
-    EXPECT_EQ(logins.size(), 10) << "two sessions a day, weekdays";
-    EXPECT_EQ(logins.last().login.left(10), "2024-01-12");
-    for (int i = 0; i < logins.size(); ++i) {
-        EXPECT_LT(logins[i].login, logins[i].logout);
-        if (i > 0) {
-            EXPECT_LT(logins[i - 1].logout, logins[i].login) << i;
-        }
-    }
-    EXPECT_EQ(LoginsOf(all.first(), 5).last().logout, logins.last().logout);
 }

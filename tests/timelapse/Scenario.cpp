@@ -17,7 +17,7 @@ const QStringList kUpdateSettings{"AutoCheckNow", "TimeRandomRange", "TimerMinut
 // A scenario of a one-day cycle, round 1 with no delay drawn, last run `daysBefore` days before
 // `start` at `at`, with these "UpdateSetting" values.
 Scenario Make(const QString& name, const QDate& start, int daysBefore, const QTime& at,
-              const QMap<QString, QString>& updateSetting) {
+              const std::map<QString, QString>& updateSetting) {
     Scenario s;
     s.name = name;
     s.start = start;
@@ -30,6 +30,9 @@ Scenario Make(const QString& name, const QDate& start, int daysBefore, const QTi
     return s;
 }
 
+// The scenarios that run when none is named: AutoCheckNow 1; AutoCheckNow 0 with a range inside
+// and one beyond the working day; TimerMinutes 5 with a two-day cycle; a daylight-saving change
+// in America/New_York and one in Europe/Berlin.
 QList<Scenario> Standard() {
     const QDate monday(2024, 1, 8);
     QList<Scenario> all;
@@ -52,12 +55,6 @@ QList<Scenario> Standard() {
     for (int i = 4; i < all.size(); ++i)
         all[i].weekends = true; // used every day, so that the days of the change have logins
     return all;
-}
-
-bool Number(const QString& text, int low, int high, int& value) {
-    bool ok = false;
-    value = text.toInt(&ok);
-    return ok && value >= low && value <= high;
 }
 
 // "HH:MM-HH:MM[,...]": each session within the day, in order, none overlapping.
@@ -87,7 +84,7 @@ bool SetDesktop(Scenario& s, const QString& key, const QString& value) {
     if (key == "sessions")
         return ParseSessions(value, s.sessions);
     if (key == "jitter")
-        return Number(value, 0, 120, s.jitter);
+        return NumberIn(value, 0, 120, s.jitter);
     if (key == "weekends" && (value == "yes" || value == "no")) {
         s.weekends = value == "yes";
         return true;
@@ -104,7 +101,7 @@ bool Apply(Scenario& s, const QString& word, QString& problem) {
     const QMap<QString, QPair<int, int>> bounds{{"TimerMinutes", {1, 1440}},
                                                 {"UpdateCycle", {0, 3650}}};
     int number = 0;
-    if (bounds.contains(key) && !Number(value, bounds[key].first, bounds[key].second, number))
+    if (bounds.contains(key) && !NumberIn(value, bounds[key].first, bounds[key].second, number))
         good = false;
     else if (kUpdateSettings.contains(key))
         s.updateSetting[key] = value;
@@ -123,10 +120,6 @@ bool Apply(Scenario& s, const QString& word, QString& problem) {
     return known && good;
 }
 } // namespace
-
-QList<Scenario> StandardScenarios() {
-    return Standard();
-}
 
 bool ScenariosFrom(const QStringList& settings, QList<Scenario>& scenarios, QString& problem) {
     scenarios = Standard();
@@ -175,7 +168,7 @@ QList<Login> LoginsOf(const Scenario& scenario, int days) {
     return logins;
 }
 
-QMap<QString, QMap<QString, QString>> UserSettings(const Scenario& scenario) {
+Sections UserSettings(const Scenario& scenario) {
     auto user = scenario.user;
     QString& last = user["UpdateRecord"]["LastLaunchTime"];
     if (last.isEmpty())
@@ -186,4 +179,10 @@ QMap<QString, QMap<QString, QString>> UserSettings(const Scenario& scenario) {
 
 QStringList ArgumentsOf(const Scenario& scenario) {
     return QStringList{scenario.name} + scenario.given;
+}
+
+bool NumberIn(const QString& text, int low, int high, int& value) {
+    bool ok = false;
+    value = text.toInt(&ok);
+    return ok && value >= low && value <= high;
 }

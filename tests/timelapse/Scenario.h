@@ -4,10 +4,13 @@
 
 #include <QDateTime>
 #include <QList>
-#include <QMap>
 #include <QPair>
 #include <QString>
 #include <QStringList>
+#include <map>
+
+// A settings file's values: section -> key -> value.
+using Sections = std::map<QString, std::map<QString, QString>>;
 
 struct Scenario {
     QString name;
@@ -16,8 +19,8 @@ struct Scenario {
     bool weekends = false; // logins on Saturdays and Sundays too
     QList<QPair<QTime, QTime>> sessions{{QTime(8, 30), QTime(17, 30)}}; // login, logout
     int jitter = 30; // minutes: each login and logout comes up to this much later, drawn per day
-    QMap<QString, QString> updateSetting;       // Tidewater.dat, section "UpdateSetting"
-    QMap<QString, QMap<QString, QString>> user; // UserInfo.dat: section -> key -> value
+    std::map<QString, QString> updateSetting; // Tidewater.dat, section "UpdateSetting"
+    Sections user;                            // UserInfo.dat
     int lastDaysBefore = 1; // unless LastLaunchTime is given, the last run was this many days
     QTime lastAt;           // before the first day, at this time
     QStringList given;      // the settings as written, for the report
@@ -28,11 +31,6 @@ struct Login {
     int day = 0; // 1 for the first day with a login
     QString login, logout;
 };
-
-// The scenarios that run when none is named: AutoCheckNow 1; AutoCheckNow 0 with a range inside
-// and one beyond the working day; TimerMinutes 5 with a two-day cycle; a daylight-saving change
-// in America/New_York and one in Europe/Berlin.
-QList<Scenario> StandardScenarios();
 
 // The scenarios a command line's settings name (their syntax: scripts/timelapse.sh --help):
 // every standard one when
@@ -46,7 +44,10 @@ bool ScenariosFrom(const QStringList& settings, QList<Scenario>& scenarios, QStr
 QList<Login> LoginsOf(const Scenario& scenario, int days);
 
 // UserInfo.dat as laid out: the scenario's values, with LastLaunchTime unless given.
-QMap<QString, QMap<QString, QString>> UserSettings(const Scenario& scenario);
+Sections UserSettings(const Scenario& scenario);
 
 // The words that give the scenario back to ScenariosFrom: its name, then every setting given.
 QStringList ArgumentsOf(const Scenario& scenario);
+
+// True when `text` is a whole number from `low` to `high`, then in `value`.
+bool NumberIn(const QString& text, int low, int high, int& value);

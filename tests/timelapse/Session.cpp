@@ -30,21 +30,21 @@ template <class Condition> bool WaitFor(Condition condition) {
     return condition();
 }
 
-// True once the child `pid` has ended (its wait status in `status`), false at the deadline.
-bool Ended(pid_t pid, int& status) {
-    bool ended = false;
-    return WaitFor([&] { return ended = ended || waitpid(pid, &status, WNOHANG) == pid; });
+// The wait status of the child `pid` once it has ended; -1 when it had not by the deadline (then
+// it is killed).
+int Ended(pid_t pid) {
+    int status = 0;
+    bool ended = false; // WaitFor asks once more at the end
+    if (WaitFor([&] { return ended = ended || waitpid(pid, &status, WNOHANG) == pid; }))
+        return status;
+    kill(pid, SIGKILL), waitpid(pid, nullptr, 0);
+    return -1;
 }
 
-// The exit status of a child, -1 after a signal; -2 when it had not ended by the deadline (then
-// it is killed).
+// The exit status of a child, -1 after a signal; -2 when it had not ended by the deadline.
 int Finish(pid_t pid) {
-    int status = 0;
-    if (!Ended(pid, status)) {
-        kill(pid, SIGKILL), waitpid(pid, &status, 0);
-        return -2;
-    }
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    const int status = Ended(pid);
+    return status < 0 ? -2 : WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 QString EndOf(int status) {
@@ -61,10 +61,6 @@ void Reap(pid_t resident = 0, QString* end = nullptr) {
     for (pid_t pid; (pid = waitpid(-1, &status, WNOHANG)) > 0;)
         if (pid == resident && end)
             *end = EndOf(status);
-}
-
-qint64 Lines(const QString& path) {
-    return QString::fromStdString(ReadAll(path)).count('\n');
 }
 
 QString LastLaunch(const QString& userInfo) {
@@ -108,12 +104,10 @@ void EndResident(pid_t resident, QString& end) {
     if (!end.isEmpty())
         return;
     kill(resident, SIGTERM);
-    int status = 0;
-    if (Ended(resident, status))
-        end = EndOf(status);
-    else
-        end = "still running after SIGTERM", kill(resident, SIGKILL), waitpid(resident, nullptr, 0);
+    const int status = Ended(resident);
+    end = status < 0 ? "still running after SIGTERM" : EndOf(status);
 }
+
 // Where things are, for one login.
 struct Places {
     explicit Places(const SessionPlan& p)
@@ -152,7 +146,7 @@ void LogIn(const SessionPlan& p, const Places& at, Record& r) {
 // The state the judge compares across the session: the log's size, the updater's runs.
 void Mark(const Places& at, Record& r, const QString& when) {
     r["log_" + when] = QString::number(QFileInfo(at.log).size());
-    r["runs_" + when] = QString::number(Lines(at.runs));
+    r["runs_" + when] = QString::number(QString::fromStdString(ReadAll(at.runs)).count('\n'));
 }
 } // namespace
 

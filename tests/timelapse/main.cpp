@@ -25,13 +25,6 @@ int Usage(const QString& problem) {
     return 2;
 }
 
-bool Number(const char* text, int low, int high, int& value) {
-    char* end = nullptr;
-    const long n = std::strtol(text, &end, 10);
-    value = int(n);
-    return end && *end == '\0' && n >= low && n <= high;
-}
-
 // The options, or the status to end with (0 after --help).
 int Parse(int argc, char** argv, Options& o) {
     for (int i = 1; i < argc; ++i) {
@@ -42,10 +35,10 @@ int Parse(int argc, char** argv, Options& o) {
                         kUsage);
             return 0;
         } else if (word == "--days" && valued) {
-            if (!Number(argv[++i], 1, 60, o.days))
+            if (!NumberIn(argv[++i], 1, 60, o.days))
                 return Usage(QStringLiteral("--days takes 1 to 60, not \"%1\"").arg(argv[i]));
         } else if (word == "--speed" && valued) {
-            if (!Number(argv[++i], 60, 3600, o.speed))
+            if (!NumberIn(argv[++i], 60, 3600, o.speed))
                 return Usage(QStringLiteral("--speed takes 60 to 3600, not \"%1\"").arg(argv[i]));
         } else if (word == "--out" && valued) {
             o.out = QDir(argv[++i]).absolutePath() + "/";
@@ -60,15 +53,13 @@ int Parse(int argc, char** argv, Options& o) {
     return -1;
 }
 
-// sh tests/isolated.sh SOURCE BUILD [FOLDER] -- program...
-std::vector<std::string> Isolated(const QString& folder, const std::vector<std::string>& program) {
-    std::vector<std::string> args{"sh",
-                                  RAVEL_SOURCE_DIR "/tests/isolated.sh",
-                                  RAVEL_SOURCE_DIR,
-                                  RAVEL_BINARY_DIR,
-                                  folder.toStdString(),
-                                  "--"};
-    args.insert(args.end(), program.begin(), program.end());
+// sh tests/isolated.sh SOURCE BUILD FOLDER -- program...
+std::vector<std::string> Isolated(const QString& folder, const QStringList& program) {
+    std::vector<std::string> args;
+    for (const QString& word : QStringList{"sh", RAVEL_SOURCE_DIR "/tests/isolated.sh",
+                                           RAVEL_SOURCE_DIR, RAVEL_BINARY_DIR, folder, "--"} +
+                                   program)
+        args.push_back(word.toStdString());
     return args;
 }
 
@@ -79,7 +70,7 @@ int Wait(pid_t pid) {
 }
 
 // Every scenario on a desktop of its own, at once; their reports, then their summaries.
-int Drive(const Options& o, const QList<Scenario>& scenarios, const std::string& self) {
+int Drive(const Options& o, const QList<Scenario>& scenarios, const QString& self) {
     QDir().mkpath(o.out);
     if (Wait(StartProcess("/bin/sh", Isolated(o.out, {"true"}), "/dev/null", "/dev/null")) != 0) {
         std::printf("skipped: private namespaces cannot be made here (run as root)\n");
@@ -90,17 +81,11 @@ int Drive(const Options& o, const QList<Scenario>& scenarios, const std::string&
         const QString folder = o.out + s.name + "/";
         QDir(folder).removeRecursively();
         QDir().mkpath(folder);
-        std::vector<std::string> program{self,
-                                         "--desktop",
-                                         folder.toStdString(),
-                                         "--days",
-                                         std::to_string(o.days),
-                                         "--speed",
-                                         std::to_string(o.speed)};
-        for (const QString& word : ArgumentsOf(s))
-            program.push_back(word.toStdString());
-        desktops.push_back(StartProcess("/bin/sh", Isolated(o.out, program), folder + "report.txt",
-                                        "/dev/stderr"));
+        const QStringList desktop =
+            QStringList{self, "--desktop", folder} +
+            QString("--days %1 --speed %2").arg(o.days).arg(o.speed).split(' ');
+        desktops.push_back(StartProcess("/bin/sh", Isolated(o.out, desktop + ArgumentsOf(s)),
+                                        folder + "report.txt", "/dev/stderr"));
     }
     bool passed = true;
     for (pid_t pid : desktops)
@@ -131,6 +116,6 @@ int main(int argc, char** argv) {
     // Found once: a rebuild during a run replaces the file, and the link then names no file.
     const QString self = QFileInfo("/proc/self/exe").canonicalFilePath();
     if (o.desktop.isEmpty())
-        return Drive(o, scenarios, self.toStdString());
+        return Drive(o, scenarios, self);
     return RunDesktop({scenarios.first(), o.days, o.speed, o.desktop, self});
 }
