@@ -19,8 +19,8 @@ public:
     // Reads the whole file into `out` as UTF-8 without a byte-order mark: UTF-16LE (FF FE) is
     // converted, after EF BB BF the rest up to the first NUL, otherwise the text from the first "<"
     // on, read as local 8-bit. With `unseal`, the text is then unsealed with Decrypt. Returns 0,
-    // or -1 (`out` untouched) for an empty path, a missing, empty or non-regular file, or an
-    // unmarked file without "<".
+    // or -1 (`out` untouched) for an empty path, a missing, empty or non-regular file, an
+    // unmarked file without "<", or a read that failed (ReadSettingsFile tells these apart).
     static int ReadXMLFile(const std::wstring& path, std::string& out, bool unseal);
     // Writes EF BB BF (unless the document text starts with it) and the document's text, sealed
     // with Encrypt when `seal`, through a temporary file renamed over `path`: a killed save leaves
@@ -35,8 +35,10 @@ public:
                                  const QVariant& defaultValue, const QString& file);
     // Stores value.toString() (escaped) under <root><section><key>, adding what is missing and
     // keeping everything else in place; section "root" puts the key directly under root. A file
-    // that is missing, unreadable or has no root is written afresh, dropping what it held. Saved
-    // as SaveXmlFile does (atomically, opened to everyone); a failed save is silent.
+    // that is missing, empty, not readable by this account or has no root is written afresh,
+    // dropping what it held. Saved as SaveXmlFile does (atomically, opened to everyone); a failed
+    // save is silent, and so is a write dropped because the file could not be read for now (an
+    // I/O error, no descriptor or memory left; see ReadSettingsFile): the file is left as it is.
     static void WriteConfigure(const QString& section, const QString& key, const QVariant& value,
                                const QString& file);
 

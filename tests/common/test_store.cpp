@@ -344,4 +344,55 @@ TEST_F(Store, KilledWriterLeavesTheOldOrTheNewFile) {
     }
 }
 
+// One system call of a write's own read made to fail (strace, counting only the calls on the
+// settings file). A file that is there but cannot be read for now keeps all it holds: the write
+// is dropped. EINTR is retried; a file this account may not read is replaced whole, as the store's
+// contract has it.
+struct ReadFault {
+    const char* name;
+    const char* inject; // strace's --inject
+    const char* after;  // the file's text after the declaration
+};
+void PrintTo(const ReadFault& row, std::ostream* out) {
+    *out << row.name;
+}
+const char kBefore[] = "<root>\r\n<A>\r\n<a>1</a>\r\n</A>\r\n</root>\r\n";
+const char kAdded[] = "<root>\r\n<A>\r\n<a>1</a>\r\n</A>\r\n<C>\r\n<c>3</c>\r\n</C>\r\n</root>\r\n";
+const char kAlone[] = "<root>\r\n<C>\r\n<c>3</c>\r\n</C>\r\n</root>\r\n";
+const ReadFault kReadFaults[] = {
+    {"OpenFailsWithEIO", "openat:error=EIO:when=1", kBefore},
+    {"OpenFailsWithEMFILE", "openat:error=EMFILE:when=1", kBefore},
+    {"OpenFailsWithENFILE", "openat:error=ENFILE:when=1", kBefore},
+    {"OpenFailsWithENOMEM", "openat:error=ENOMEM:when=1", kBefore},
+    {"ReadFailsWithEIO", "read:error=EIO:when=1", kBefore},
+    {"OpenInterrupted", "openat:error=EINTR:when=1", kAdded},
+    {"ReadInterrupted", "read:error=EINTR:when=1", kAdded},
+    {"OpenRefusedWithEACCES", "openat:error=EACCES:when=1", kAlone},
+};
+
+class StoreReadFault : public Store, public ::testing::WithParamInterface<ReadFault> {};
+
+TEST_P(StoreReadFault, AWriteWhoseReadFailsForNowKeepsTheFile) {
+    const ReadFault& row = GetParam();
+    WriteBytes(file, kHead + kBefore);
+    const QString trace = Path("strace.txt");
+    QProcess strace;
+    QStringList environment = QProcess::systemEnvironment(); // the sanitizers' leak check
+    environment << "ASAN_OPTIONS=" + qEnvironmentVariable("ASAN_OPTIONS") + ":detect_leaks=0";
+    strace.setEnvironment(environment); // cannot trace a process that strace traces
+    strace.start(STRACE, {"-o", trace, "-P", file, QString("--inject=") + row.inject, STORE_WRITER,
+                          file, "C", "c", "3"});
+    ASSERT_TRUE(strace.waitForFinished(-1) && strace.exitCode() == 0)
+        << strace.readAllStandardError().toStdString();
+    ASSERT_THAT(ReadBytes(trace).toStdString(), testing::HasSubstr("(INJECTED)"));
+    EXPECT_EQ(ReadBytes(file), kHead + row.after);
+    QFile::remove(trace);
+    EXPECT_EQ(QDir(dir.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+              QStringList{"UserInfo.dat"})
+        << "a temporary file left";
+}
+
+INSTANTIATE_TEST_SUITE_P(OneCall, StoreReadFault, testing::ValuesIn(kReadFaults),
+                         [](const auto& info) { return std::string(info.param.name); });
+
 } // namespace
