@@ -35,6 +35,8 @@ const size_t kBlock = 8;
 const size_t kKeyLength = 24;
 const size_t kDigestChunk = 51200;
 const int kMaxRandomBytes = 128;
+// Reads of a settings file before one that fails for now counts as failed.
+const int kReadAttempts = 3;
 
 // True for an error that tells nothing about the file itself: it may well be there and whole,
 // and the same call may succeed a moment later.
@@ -144,7 +146,11 @@ SettingsRead ReadSettingsFile(const QString& path, std::string& out, bool unseal
         return SettingsRead::Absent;
     QReadLocker locker(&CCommonFunctions::m_ReadWriteLock);
     std::vector<char> buffer;
-    const SettingsRead read = ReadWholeFile(path.toLocal8Bit().constData(), buffer);
+    // A value read as its default, for an error that would have passed a moment later, is what
+    // the agent decides by and may write back: the read is tried again first.
+    SettingsRead read = SettingsRead::Failed;
+    for (int attempt = 0; attempt < kReadAttempts && read == SettingsRead::Failed; ++attempt)
+        read = ReadWholeFile(path.toLocal8Bit().constData(), buffer);
     if (read != SettingsRead::Read)
         return read;
     if (!DecodeText(buffer, static_cast<long>(buffer.size() - 1), out))

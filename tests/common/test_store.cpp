@@ -344,10 +344,10 @@ TEST_F(Store, KilledWriterLeavesTheOldOrTheNewFile) {
     }
 }
 
-// One system call of a write's own read made to fail (strace, counting only the calls on the
-// settings file). A file that is there but cannot be read for now keeps all it holds: the write
-// is dropped. EINTR is retried; a file this account may not read is replaced whole, as the store's
-// contract has it.
+// System calls of a write's own read made to fail (strace, counting only the calls on the
+// settings file): once, which the read outlasts by trying again, or on every try. A file that is
+// there but cannot be read for now keeps all it holds: the write is dropped. EINTR is retried;
+// a file this account may not read is replaced whole, as the store's contract has it.
 struct ReadFault {
     const char* name;
     const char* inject; // strace's --inject
@@ -360,12 +360,16 @@ const char kBefore[] = "<root>\r\n<A>\r\n<a>1</a>\r\n</A>\r\n</root>\r\n";
 const char kAdded[] = "<root>\r\n<A>\r\n<a>1</a>\r\n</A>\r\n<C>\r\n<c>3</c>\r\n</C>\r\n</root>\r\n";
 const char kAlone[] = "<root>\r\n<C>\r\n<c>3</c>\r\n</C>\r\n</root>\r\n";
 const ReadFault kReadFaults[] = {
-    {"OpenFailsWithEIO", "openat:error=EIO:when=1", kBefore},
-    {"OpenFailsWithEMFILE", "openat:error=EMFILE:when=1", kBefore},
-    {"OpenFailsWithENFILE", "openat:error=ENFILE:when=1", kBefore},
-    {"OpenFailsWithENOMEM", "openat:error=ENOMEM:when=1", kBefore},
-    {"ReadFailsWithEIO", "read:error=EIO:when=1", kBefore},
-    {"OpenInterrupted", "openat:error=EINTR:when=1", kAdded},
+    {"OpenFailsOnceWithEIO", "openat:error=EIO:when=1", kAdded},
+    {"OpenFailsOnceWithEMFILE", "openat:error=EMFILE:when=1", kAdded},
+    {"ReadFailsOnceWithEIO", "read:error=EIO:when=1", kAdded},
+    {"OpenFailsTwiceWithENOMEM", "openat:error=ENOMEM:when=1..2", kAdded},
+    {"OpenFailsEveryTimeWithEIO", "openat:error=EIO:when=1+", kBefore},
+    {"OpenFailsEveryTimeWithEMFILE", "openat:error=EMFILE:when=1+", kBefore},
+    {"OpenFailsEveryTimeWithENFILE", "openat:error=ENFILE:when=1+", kBefore},
+    {"OpenFailsEveryTimeWithENOMEM", "openat:error=ENOMEM:when=1+", kBefore},
+    {"ReadFailsEveryTimeWithEIO", "read:error=EIO:when=1+", kBefore},
+    {"OpenInterruptedThreeTimes", "openat:error=EINTR:when=1..3", kAdded},
     {"ReadInterrupted", "read:error=EINTR:when=1", kAdded},
     {"OpenRefusedWithEACCES", "openat:error=EACCES:when=1", kAlone},
 };
