@@ -63,7 +63,8 @@ public:
     // Copies the tree under `src` into `dst` (hidden entries included), making folders as needed
     // and opening them to everyone. Links are recreated last, pointing to the entry of the same
     // name in `dst`; an entry (or dangling link) already standing at a link's name is replaced.
-    // False at the first entry that cannot be copied, or when the last link cannot be made.
+    // Special files and dangling links in `src` are left out. False when `src` cannot be listed
+    // to its end, at the first entry that cannot be copied, or when the last link cannot be made.
     static bool MXPCopyDir(QString src, QString dst);
     // Adds read, write and execute for owner, group and others to `path` itself (not to what a
     // folder holds); the framework's result, which callers may ignore. Also drops the sticky,

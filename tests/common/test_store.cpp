@@ -65,6 +65,23 @@ protected:
         CMarkupSTL document(text);
         return CCommonFunctions::SaveXmlFile(file.toStdWString(), document, seal);
     }
+    // Runs store_writer with `arguments` under strace, which makes the calls on `path` fail as
+    // `inject` (its --inject) says: store_writer's exit status. The trace is not kept.
+    int RunFailing(const QString& path, const char* inject, const QStringList& arguments) {
+        const QString trace = dir.path() + ".strace";
+        QProcess strace;
+        QStringList environment = QProcess::systemEnvironment();
+        // The sanitizers' leak check cannot run in a process that strace traces.
+        environment << "ASAN_OPTIONS=" + qEnvironmentVariable("ASAN_OPTIONS") + ":detect_leaks=0";
+        strace.setEnvironment(environment);
+        strace.start(STRACE, QStringList{"-o", trace, "-P", path, QString("--inject=") + inject,
+                                         STORE_WRITER} +
+                                 arguments);
+        EXPECT_TRUE(strace.waitForFinished(-1)) << strace.readAllStandardError().toStdString();
+        EXPECT_THAT(ReadBytes(trace).toStdString(), testing::HasSubstr("(INJECTED)"));
+        QFile::remove(trace);
+        return strace.exitCode();
+    }
     QTemporaryDir dir;
     QString file = Path("UserInfo.dat");
 };
@@ -231,7 +248,12 @@ TEST_F(Store, CopiesTreesLinksHiddenFilesSkipsIdenticalOnesAndRollsBack) {
     WriteBytes(src + ".hidden", "secret");
     WriteBytes(src + "sub/b.bin", QByteArray("\0\1\2", 3));
     ASSERT_TRUE(QFile::link(src + "a.txt", src + "ln") && QFile::link("b.bin", src + "sub/rel"));
+    // Neither a dangling link nor a special file is copied.
+    ASSERT_TRUE(QFile::link("nowhere", src + "dangling"));
+    ASSERT_EQ(mkfifo(QFile::encodeName(src + "sub/fifo").constData(), 0644), 0);
     ASSERT_TRUE(CCommonFunctions::MXPCopyDir(src, dst));
+    EXPECT_FALSE(QFileInfo(dst + "dangling").isSymLink());
+    EXPECT_FALSE(QFileInfo::exists(dst + "sub/fifo"));
     EXPECT_EQ(ReadBytes(dst + "a.txt") + ReadBytes(dst + ".hidden") + ReadBytes(dst + "sub/b.bin"),
               QByteArray("alphasecret\0\1\2", 14));
     EXPECT_EQ(QFileInfo(dst + "ln").symLinkTarget(), QFileInfo(dst + "a.txt").absoluteFilePath());
@@ -379,24 +401,49 @@ class StoreReadFault : public Store, public ::testing::WithParamInterface<ReadFa
 TEST_P(StoreReadFault, AWriteWhoseReadFailsForNowKeepsTheFile) {
     const ReadFault& row = GetParam();
     WriteBytes(file, kHead + kBefore);
-    const QString trace = Path("strace.txt");
-    QProcess strace;
-    QStringList environment = QProcess::systemEnvironment(); // the sanitizers' leak check
-    environment << "ASAN_OPTIONS=" + qEnvironmentVariable("ASAN_OPTIONS") + ":detect_leaks=0";
-    strace.setEnvironment(environment); // cannot trace a process that strace traces
-    strace.start(STRACE, {"-o", trace, "-P", file, QString("--inject=") + row.inject, STORE_WRITER,
-                          file, "C", "c", "3"});
-    ASSERT_TRUE(strace.waitForFinished(-1) && strace.exitCode() == 0)
-        << strace.readAllStandardError().toStdString();
-    ASSERT_THAT(ReadBytes(trace).toStdString(), testing::HasSubstr("(INJECTED)"));
+    ASSERT_EQ(RunFailing(file, row.inject, {file, "C", "c", "3"}), 0);
     EXPECT_EQ(ReadBytes(file), kHead + row.after);
-    QFile::remove(trace);
     EXPECT_EQ(QDir(dir.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
               QStringList{"UserInfo.dat"})
         << "a temporary file left";
 }
 
 INSTANTIATE_TEST_SUITE_P(OneCall, StoreReadFault, testing::ValuesIn(kReadFaults),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+// A folder of a tree that cannot be listed to its end fails the copy, rather than passing for
+// an empty folder; an interrupted opening is tried again.
+struct ListFault {
+    const char* name;
+    const char* inject; // strace's --inject, on the calls on the subfolder
+    bool copied;        // whole
+};
+void PrintTo(const ListFault& row, std::ostream* out) {
+    *out << row.name;
+}
+const ListFault kListFaults[] = {
+    {"OpeningFailsWithEIO", "openat:error=EIO:when=1", false},
+    {"OpeningFailsWithEMFILE", "openat:error=EMFILE:when=1", false},
+    {"OpeningInterrupted", "openat:error=EINTR:when=1", true},
+    {"ReadingFailsWithEIO", "getdents64:error=EIO:when=1", false},
+};
+
+class StoreListFault : public Store, public ::testing::WithParamInterface<ListFault> {};
+
+TEST_P(StoreListFault, AFolderThatCannotBeListedFailsTheCopy) {
+    const ListFault& row = GetParam();
+    const QString src = Path("src/"), dst = Path("dst/");
+    ASSERT_TRUE(QDir().mkpath(src + "sub"));
+    WriteBytes(src + "a.txt", "alpha");
+    WriteBytes(src + "sub/b.txt", "beta");
+    EXPECT_EQ(RunFailing(src + "sub/", row.inject, {"--copy", src, dst}), row.copied ? 0 : 1)
+        << "the copy's result";
+    if (row.copied) {
+        EXPECT_EQ(ReadBytes(dst + "a.txt") + ReadBytes(dst + "sub/b.txt"), "alphabeta");
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(OneCall, StoreListFault, testing::ValuesIn(kListFaults),
                          [](const auto& info) { return std::string(info.param.name); });
 
 } // namespace
