@@ -1,11 +1,13 @@
-// Component data helpers: the main component's display name, the shared data folder, folder
-// creation, copying with a rollback copy, and opening permissions to everyone.
+// Component data helpers: the main component's display name, the data folder, folder creation,
+// copying with a rollback copy, and the permissions of what the agent makes: opened to everyone
+// (shared) or kept to the owner (per-user).
 #include "CommonFunctions.h"
 
 #include "Descriptor.h"
 #include "FileLayout.h"
 #include "LogTexts.h"
 #include "MarkupSTL.h"
+#include "Profile.h"
 #include "StrConv.h"
 #include "md5.h"
 
@@ -59,6 +61,17 @@ bool IntoMainComponent(CMarkupSTL& document) {
 
 const size_t kCompareChunk = 64 * 1024;
 const mode_t kEveryone = 0777;
+const mode_t kOwnerOnly = 0700, kOwnerFile = 0600, kAnyExecute = 0111;
+
+// The per-user mode of a file or folder: folders and executables 0700, other files 0600.
+mode_t OwnerMode(mode_t mode) {
+    return S_ISDIR(mode) || (mode & kAnyExecute) ? kOwnerOnly : kOwnerFile;
+}
+
+// The mode a copy is made with: the source's permission bits (shared) or the owner's (per-user).
+mode_t CopyMode(mode_t source) {
+    return kPerUser ? OwnerMode(source) : source & kEveryone;
+}
 
 // Paths as the digest has always taken them: 8-bit text, ending at the first NUL.
 std::string NativePath(const QString& path) {
@@ -143,7 +156,7 @@ bool CopyWithoutSync(const QString& src, const QString& dst) {
             return false;
         sent += n;
     }
-    if (fchmod(out.get(), info.st_mode & kEveryone) != 0)
+    if (fchmod(out.get(), CopyMode(info.st_mode)) != 0)
         return false;
     const std::string self = "/proc/self/fd/" + std::to_string(out.get());
     return ::linkat(AT_FDCWD, self.c_str(), AT_FDCWD, target.constData(), AT_SYMLINK_FOLLOW) == 0;
@@ -240,8 +253,9 @@ QString CCommonFunctions::GetCompDataDirectory(QString name) {
     return path;
 }
 
-// Levels are made from the second "/" on, and each level on the way is opened to everyone.
-// What follows the last "/" is never made: a folder path has to end with "/".
+// Levels are made from the second "/" on. The shared agent opens each level on the way to
+// everyone; the per-user one sets the mode of the levels it makes only. What follows the last "/"
+// is never made: a folder path has to end with "/".
 int CCommonFunctions::MXPSCreatePath(const std::wstring& path) {
     if (path.empty()) {
         Report("MXPSCreatePath", logtext::kPathEmpty);
@@ -257,11 +271,13 @@ int CCommonFunctions::MXPSCreatePath(const std::wstring& path) {
     }
     for (; slash >= 0; slash = folder.indexOf(QLatin1Char('/'), slash + 1)) {
         const QString prefix = folder.left(slash);
-        if (!QFileInfo::exists(prefix) && !QDir().mkpath(prefix)) {
+        const bool existed = QFileInfo::exists(prefix);
+        if (!existed && !MakeFolders(prefix)) {
             Report("MXPSCreatePath", logtext::kMakeDirectoryFailed);
             return -1;
         }
-        setFilePermissions(prefix);
+        if (!existed || !kPerUser)
+            setFilePermissions(prefix);
     }
     return 0;
 }
@@ -299,7 +315,7 @@ bool CCommonFunctions::MXPSCopyFile(QString src, QString dst) {
 // copied tree refers to its own files rather than to the source's.
 bool CCommonFunctions::MXPCopyDir(QString src, QString dst) {
     if (!QFileInfo::exists(dst)) {
-        QDir().mkpath(dst);
+        MakeFolders(dst);
         setFilePermissions(dst);
     }
     src = WithSlash(src);
@@ -326,13 +342,40 @@ bool CCommonFunctions::MXPCopyDir(QString src, QString dst) {
 }
 
 // Every file of a refreshed tree passes here: one stat, and a chmod only when the mode is not
-// already exactly rwx for everyone (Qt's own call would drop set-id and sticky bits too).
+// already the one wanted (Qt's own call would drop set-id and sticky bits too).
 bool CCommonFunctions::setFilePermissions(QString path) {
     const QByteArray native = QFile::encodeName(path);
     if (path.isEmpty() || native.contains('\0'))
-        return QFile::setPermissions(path, QFile::permissions(path) | EveryoneFlags());
+        return !kPerUser && QFile::setPermissions(path, QFile::permissions(path) | EveryoneFlags());
     struct stat info;
-    if (::stat(native.constData(), &info) == 0 && (info.st_mode & 07777) == kEveryone)
+    const bool found = ::stat(native.constData(), &info) == 0;
+    if (kPerUser && !found)
+        return false;
+    const mode_t wanted = kPerUser ? OwnerMode(info.st_mode) : kEveryone;
+    if (found && (info.st_mode & 07777) == wanted)
         return true;
-    return ::chmod(native.constData(), kEveryone) == 0;
+    return ::chmod(native.constData(), wanted) == 0;
+}
+
+bool CCommonFunctions::MakeFolder(const QString& path) {
+    if (!kPerUser)
+        return QDir().mkdir(path);
+    const QByteArray native = QFile::encodeName(path);
+    // Made for the owner alone from the start; the chmod undoes a umask that takes owner bits.
+    return !path.isEmpty() && ::mkdir(native.constData(), kOwnerOnly) == 0 &&
+           ::chmod(native.constData(), kOwnerOnly) == 0;
+}
+
+bool CCommonFunctions::MakeFolders(const QString& path) {
+    if (!kPerUser)
+        return QDir().mkpath(path);
+    const QString clean = QDir::cleanPath(path);
+    if (clean.isEmpty())
+        return false;
+    if (QFileInfo(clean).isDir())
+        return true;
+    const QString parent = QFileInfo(clean).path();
+    if (parent != clean && !MakeFolders(parent))
+        return false;
+    return MakeFolder(clean) || QFileInfo(clean).isDir();
 }

@@ -55,7 +55,7 @@ void CEasyLog::Init(const QString& logName) {
 
     const QString folder = GetDuplicatePath(true);
     if (!QDir(folder).exists())
-        QDir().mkdir(folder);
+        CCommonFunctions::MakeFolder(folder);
     CCommonFunctions::setFilePermissions(folder);
 
     // Touch the file first so that its permissions can be opened before the first line.

@@ -14,9 +14,10 @@ public:
     ~CEasyLog() override;
 
     // Turns logging off when "LOG"/"LogSwitch" of g_qstrOrgPath + "Tidewater.dat" reads as 0.
-    // Otherwise creates the log folder (GetDuplicatePath(true), one level) and the file
-    // `fileName` in it, opens both to everyone, empties a file over 5 MiB, and writes the start
-    // banner. Failures are not reported: an unopened log stays silent.
+    // Otherwise creates the log folder (GetDuplicatePath(true), one level, CCommonFunctions::
+    // MakeFolder) and the file `fileName` in it, gives both their modes (opened to everyone, or
+    // the owner's alone per-user: setFilePermissions), empties a file over 5 MiB, and writes the
+    // start banner. Failures are not reported: an unopened log stays silent.
     void Init(const QString& fileName);
     // Formats one line (message cut at 1022 characters) and writes and flushes it; does nothing
     // when logging is off or the file is not open.

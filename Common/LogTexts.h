@@ -23,6 +23,10 @@ constexpr char kMakeDirectoryFailed[] = "Make directory failed.";
 
 // Start-up (standard error only: the log is not open yet).
 constexpr char kDuplicatePathFailed[] = "Duplicate path is empty or it's not a path.";
+// The per-user agent started by root.
+constexpr char kRootRefused[] =
+    "ravel: this is the per-user agent; it does not run as root. Start it from the account it "
+    "serves.";
 // Start-up and the single-instance guard.
 constexpr char kListenFailed[] = "QLocalServer listen failed.";
 constexpr char kAcceptExit[] = "Accept a connection, ravel exit.";

@@ -1,28 +1,24 @@
 #include "CheckingLoop.h"
 
 #include "EasyLog.h"
-#include "Instance.h"
+#include "FileLayout.h"
+#include "InstanceGuard.h"
 #include "LogTexts.h"
+#include "Profile.h"
 #include "ravel.h"
-
-#include <QHostAddress>
-#include <QTcpServer>
 
 #include <cstdlib>
 
 CheckingLoop::CheckingLoop(const QString& /*name*/, QObject* /*parent*/)
-    : QObject(nullptr), m_pServer(nullptr) {
-    m_pServer = new QTcpServer(this);
-    if (!m_pServer) {
-        return;
-    }
-    // The port doubles as the single-instance lock: taken means another agent runs.
-    if (!m_pServer->listen(QHostAddress::LocalHost, kAgentPort)) {
+    : QObject(nullptr), m_guard(MakeInstanceGuard(this, kPerUser ? GetDataFolder() : QString())) {
+    // The guard doubles as the way to end the agent.
+    if (!m_guard->Take([this] { newConnection(); })) {
         RAVEL_LOG(logtext::kListenFailed);
         std::exit(0);
     }
-    connect(m_pServer, SIGNAL(newConnection()), this, SLOT(newConnection()));
 }
+
+CheckingLoop::~CheckingLoop() = default;
 
 void CheckingLoop::newConnection() {
     RAVEL_LOG(logtext::kAcceptExit);
@@ -30,8 +26,7 @@ void CheckingLoop::newConnection() {
 }
 
 void CheckingLoop::ReleaseListener() {
-    if (m_pServer)
-        m_pServer->close();
+    m_guard->Release();
 }
 
 void CheckingLoop::timerEvent(QTimerEvent* /*event*/) {

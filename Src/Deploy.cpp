@@ -11,8 +11,6 @@
 #include <QFile>
 #include <QStringList>
 
-#include <sys/stat.h>
-
 namespace {
 
 // The version mark of a data set: the "value" of its top-level "item". False when unreadable.
@@ -23,10 +21,6 @@ bool ReadItemValue(const std::string& xmlPath, std::string& value) {
     }
     value = document.GetAttrib("value");
     return true;
-}
-
-void OpenFolderToEveryone(const QString& path) {
-    chmod(path.toLocal8Bit().constData(), 0777);
 }
 
 // The folder a path lies in, with its trailing "/".
@@ -67,8 +61,9 @@ void CopyDataFolders(const QString& src, const QString& dst) {
         CCommonFunctions::MXPSCopyFile(src + BRIGHTWELL_DATA, dstData);
         CCommonFunctions::MXPSCopyFile(src + BRIGHTWELL_INFO, dst + BRIGHTWELL_INFO);
     }
-    OpenFolderToEveryone(dstData);
-    OpenFolderToEveryone(dst + BRIGHTWELL_INFO);
+    // Opened to everyone, or the owner's alone in the per-user build.
+    CCommonFunctions::setFilePermissions(dstData);
+    CCommonFunctions::setFilePermissions(dst + BRIGHTWELL_INFO);
 }
 
 } // namespace
@@ -147,7 +142,7 @@ int CreatePath(const QString& path) {
     if (QDir(path).exists()) {
         return 0;
     }
-    if (!QDir().mkpath(path)) {
+    if (!CCommonFunctions::MakeFolders(path)) {
         return -1;
     }
     setFilePermissions(path);

@@ -11,6 +11,22 @@
 
 #include <new>
 
+namespace {
+// The path has always been the whole line, used as its format. Where that is defined, "%%" shows
+// one "%", and so it still does; any other "%" would read an argument that is not there (or, for
+// "%n", write through one), so it shows as it stands.
+QByteArray AsFormatShows(const QByteArray& path) {
+    QByteArray shown;
+    shown.reserve(path.size());
+    for (qsizetype i = 0; i < path.size(); ++i) {
+        shown += path[i];
+        if (path[i] == '%' && i + 1 < path.size() && path[i + 1] == '%')
+            ++i;
+    }
+    return shown;
+}
+} // namespace
+
 JLibrary* hModule = nullptr;
 IPolicyPlugin* (*fnCreatePlugin)() = nullptr;
 IPolicyPlugin* g_pRegister = nullptr;
@@ -31,16 +47,7 @@ void* GetRegisterInstance() {
                 (QCoreApplication::applicationDirPath() + "/../../../PolicyProbe").toLocal8Bit();
             hModule = new (std::nothrow) JLibrary(path.toStdString());
             qDebug(logtext::kPluginPath, path.constData());
-            // The path is the whole line, format and all.
-#if defined(__GNUC__)
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-security"
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
-#endif
-            RAVEL_LOG(path.constData());
-#if defined(__GNUC__)
-#pragma GCC diagnostic pop
-#endif
+            RAVEL_LOG("%s", AsFormatShows(path).constData());
             if (!hModule) {
                 RAVEL_LOG(logtext::kPluginFail);
                 return nullptr;

@@ -2,8 +2,11 @@
 #include "EasyLog.h"
 #include "FileHandle.h"
 #include "LogTexts.h"
+#include "Profile.h"
 #include "ravel.h"
 
+#include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QProcess>
 #include <QStringList>
@@ -11,6 +14,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -48,9 +52,8 @@ bool CountsAnotherInstance(FILE* file, const std::string& name) {
     }
 }
 
-} // namespace
-
-bool IsProcessRunning(const QString& name) {
+// The shared agent's test: "ps" through a shell, its output filtered into a file in /tmp.
+bool CommandLineMentions(const QString& name) {
     const int ignored = std::system("ps -wwax | grep ravel | grep -v \"grep\" > /tmp/RAVEL_tmp");
     (void)ignored;
     FileHandle file = OpenFile(kProcessListFile, "r");
@@ -58,6 +61,69 @@ bool IsProcessRunning(const QString& name) {
     file.reset();
     std::remove(kProcessListFile);
     return running;
+}
+
+#if defined(__APPLE__)
+// Another process of this account whose executable is `executable` (a canonical path), from
+// "ps" run without a shell: "pid uid command" per line, the command being the executable's path.
+bool RunsExecutable(const QString& executable) {
+    QProcess ps;
+    ps.start(QStringLiteral("/bin/ps"),
+             {QStringLiteral("-axo"), QStringLiteral("pid=,uid=,comm=")});
+    if (!ps.waitForFinished(30000))
+        return false;
+    for (const QByteArray& line : ps.readAllStandardOutput().split('\n')) {
+        const QByteArray fields = line.trimmed();
+        const int first = fields.indexOf(' ');
+        const int second = fields.indexOf(' ', first + 1);
+        if (first < 0 || second < 0)
+            continue;
+        const qint64 pid = fields.left(first).toLongLong();
+        const qint64 uid = fields.mid(first + 1, second - first - 1).trimmed().toLongLong();
+        const QString command = QFile::decodeName(fields.mid(second + 1).trimmed());
+        if (pid != getpid() && uid == qint64(getuid()) &&
+            QFileInfo(command).canonicalFilePath() == executable)
+            return true;
+    }
+    return false;
+}
+#else
+// Another process of this account whose executable is the file `agent`, from /proc: the owner of
+// /proc/<pid> and the file its "exe" link leads to (readable only for the account's own
+// processes, and gone for a zombie).
+bool RunsExecutable(const struct stat& agent) {
+    const QStringList entries = QDir(QStringLiteral("/proc")).entryList(QDir::Dirs);
+    for (const QString& entry : entries) {
+        const qint64 pid = entry.toLongLong();
+        if (pid <= 0 || pid == getpid())
+            continue;
+        const QByteArray process = QByteArrayLiteral("/proc/") + entry.toLatin1();
+        struct stat owner, exe;
+        if (::stat(process.constData(), &owner) == 0 && owner.st_uid == geteuid() &&
+            ::stat((process + "/exe").constData(), &exe) == 0 && exe.st_dev == agent.st_dev &&
+            exe.st_ino == agent.st_ino)
+            return true;
+    }
+    return false;
+}
+#endif
+
+// The per-user agent's test: the account's own processes that run the agent's executable.
+bool RunsTheAgent(const QString& name) {
+    struct stat agent;
+    if (name.isEmpty() || ::stat(QFile::encodeName(name).constData(), &agent) != 0)
+        return false;
+#if defined(__APPLE__)
+    return RunsExecutable(QFileInfo(name).canonicalFilePath());
+#else
+    return RunsExecutable(agent);
+#endif
+}
+
+} // namespace
+
+bool IsProcessRunning(const QString& name) {
+    return kPerUser ? RunsTheAgent(name) : CommandLineMentions(name);
 }
 
 int ExecuteFile(const QString& path, const QString& args, bool wait) {

@@ -7,6 +7,7 @@
 #include "EasyLog.h"
 #include "FileLayout.h"
 #include "LogTexts.h"
+#include "Profile.h"
 #include "ravel.h"
 
 #include <QCoreApplication>
@@ -17,7 +18,9 @@
 #include <QVariant>
 #include <QtDebug>
 
+#include <cstdio>
 #include <cstdlib>
+#include <unistd.h>
 
 namespace {
 
@@ -35,7 +38,7 @@ bool MakeDuplicateFolder(const QString& dup) {
     if (QFile::exists(dup)) {
         return true;
     }
-    if (!QDir().mkpath(dup)) {
+    if (!CCommonFunctions::MakeFolders(dup)) {
         qDebug(logtext::kDuplicatePathFailed);
         return false;
     }
@@ -81,9 +84,21 @@ int StayResident(CheckingLoop& loop) {
     return result;
 }
 
+// The per-user agent keeps its files to the account that runs it: run by root, it would make
+// them root's, and root's agent would follow settings any account may have written.
+bool RefusesToRun() {
+    if (!kPerUser || (getuid() != 0 && geteuid() != 0))
+        return false;
+    std::fprintf(stderr, "%s\n", logtext::kRootRefused);
+    return true;
+}
+
 } // namespace
 
 int RavelMain(int argc, char* argv[]) {
+    if (RefusesToRun()) {
+        return -1;
+    }
     QCoreApplication app(argc, argv);
     bool duplicate = ReadRole(argc, argv);
     if (!IsFileExist(g_qstrOrgPath)) {

@@ -39,34 +39,41 @@ void RunCheck();
 // Deployment into the duplicate folder.
 // Refreshes the duplicate folder `dst` from the installed folder `src` (both ending with "/"):
 // the bundle, every "lib*.dylib", the data folders when absent or when the "item" value of
-// Config.xml changed, and Tidewater.dat when absent (an existing one is never replaced). Opens
-// `dst`, the copies and the two data folders to everyone. Returns 0, or -1 when the bundle
-// cannot be copied into an existing `dst` or a needed Tidewater.dat copy fails.
+// Config.xml changed, and Tidewater.dat when absent (an existing one is never replaced). Gives
+// `dst`, the copies and the two data folders their modes (setFilePermissions: opened to everyone,
+// or per-user the owner's alone). Returns 0, or -1 when the bundle cannot be copied into an
+// existing `dst` or a needed Tidewater.dat copy fails.
 int CopyFileToDup(const QString& src, const QString& dst);
 // Meant to compare the installed and deployed agents by MD5; both paths are built from `src`, so
 // the result is always false.
 bool IsNewVersion(const QString& src, const QString& dst);
 // Copies every "lib*.dylib" (case-sensitive) of g_qstrOrgPath into the duplicate folder,
-// creating that folder (opened to everyone) when missing. A failed copy is logged and skipped.
+// creating that folder (MXPSCreatePath, then its mode) when missing. A failed copy is logged and
+// skipped.
 void CopyDependLib();
 // True when both Config.xml files (8-bit paths) load and the "value" of their first top-level
 // "item" differs. False when `dstXml` is missing, a file does not parse or has no "item".
 bool IsCopyFile(const std::string& srcXml, const std::string& dstXml);
-// Adds read, write and execute for everyone to `path` (a file or a folder, not its contents);
-// the framework's result. See CCommonFunctions::setFilePermissions.
+// Gives `path` (a file or a folder, not its contents) the mode of what the agent makes: 0777, or
+// per-user the owner's alone; see CCommonFunctions::setFilePermissions.
 bool setFilePermissions(const QString& path);
 // CCommonFunctions::MXPSCopyFile as 0 (copied) or -1.
 int CopyOneFile(const QString& src, const QString& dst);
 // -1 for an empty path or when the folder cannot be made; 0 when it exists or was made (every
-// missing level), the folder then being opened to everyone.
+// missing level, CCommonFunctions::MakeFolders), the folder then getting its mode
+// (setFilePermissions).
 int CreatePath(const QString& path);
-// Opens `path` to everyone, then removes it; true when removed.
+// Gives `path` its mode (setFilePermissions), then removes it; true when removed.
 bool DeleteSpecialFile(const QString& path);
 
 // Processes.
-// True when a second process whose command line contains `name` (the agent's own executable
-// path) is running. Writes the filtered process table to "/tmp/RAVEL_tmp" through "ps" in a
-// shell and removes it again; false when the table cannot be produced or read.
+// True when another process runs the agent. `name` is the agent's own executable path.
+// Shared: a second process whose command line contains `name`; writes the filtered process table
+// to "/tmp/RAVEL_tmp" through "ps" in a shell and removes it again; false when the table cannot
+// be produced or read. Per-user: a process other than this one, of this account, whose executable
+// is the file `name` names (Linux: /proc/<pid>/exe; macOS: "ps" run without a shell); a command
+// line that merely mentions `name` does not count. Writes nothing; false when `name` cannot be
+// read.
 bool IsProcessRunning(const QString& name);
 // Logs `path`, refreshes the libraries (CopyDependLib), then starts the program `path` (blanks
 // allowed) with the argument text `args`: detached, or waited for when `wait`. Starts nothing
@@ -97,5 +104,7 @@ void DropPluginLibrary();
 // The whole start-up sequence; the result is the process's exit status. Without an argument
 // naming an existing folder: deploys into the duplicate folder, starts the duplicate with the
 // installed folder as its argument, and returns 0 (-1 on failure). With one: stays resident
-// until told to end through port 31334. Returns 0 at once when another agent runs.
+// until told to end through its guard (port 31334, or per-user the socket in the data folder).
+// Returns 0 at once when another agent runs. The per-user agent run as root returns -1 at once
+// with a message on standard error, having made and written nothing.
 int RavelMain(int argc, char* argv[]);

@@ -39,7 +39,13 @@ endfunction()
 
 # `cpack --config build/CPackConfig.cmake`: one .tar.gz of everything `cmake --install` puts
 # into CMAKE_INSTALL_PREFIX, staged through DESTDIR so that the login entries name that folder.
-# Unpacked at / (or anywhere, then looked at below the prefix) it is the installed folder.
+# Unpacked at / (or anywhere, then looked at below the prefix) it is the installed folder. Its
+# name tells the profile: ravel-1.0.0-shared-Linux.tar.gz.
+set(profile "${RAVEL_PROFILE}")
+if(profile STREQUAL "")
+    set(profile shared) # the default profile
+endif()
+set(CPACK_PACKAGE_FILE_NAME "${PROJECT_NAME}-${PROJECT_VERSION}-${profile}-${CMAKE_SYSTEM_NAME}")
 set(CPACK_GENERATOR TGZ)
 set(CPACK_SOURCE_GENERATOR TGZ)
 set(CPACK_SET_DESTDIR ON)

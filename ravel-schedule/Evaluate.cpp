@@ -56,6 +56,18 @@ QString Formatted(const char* format, const QString& argument) {
 // A failure of the start-up steps before the log opens: the duplicate folder cannot be made.
 bool FolderFailure(const Facts& facts, StartFailure& failure) {
     failure.where = QStringLiteral("standard error");
+    if (facts.refusedAsRoot) {
+        failure.reason = QStringLiteral("this is the per-user agent and this account is root");
+        failure.messages = {logtext::kRootRefused};
+        return true;
+    }
+    if (facts.files.dataFolder.isEmpty()) { // per-user, without a home folder
+        failure.reason = QStringLiteral("no home folder to find the data folder in");
+        failure.messages = {logtext::kDuplicatePathFailed};
+        if (!facts.files.stored)
+            failure.messages.prepend(QStringLiteral("MXPSCreatePath: ") + logtext::kPathEmpty);
+        return true;
+    }
     if (!facts.dataFolderMakeable) {
         failure.reason = QStringLiteral("no data folder is given (\"DupInfo\"/\"DuplicatePath\") "
                                         "and this account cannot make %1")

@@ -6,6 +6,7 @@
 #include "FileLayout.h"
 #include "LogTail.h"
 #include "MarkupSTL.h"
+#include "Profile.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -90,6 +91,7 @@ Facts GatherFacts(const AgentFiles& files, const QDateTime& at, const AgentProce
     facts.bundlePresent = QFileInfo::exists(files.installed + QLatin1String(RAVEL_EXE_FILE_NAME) +
                                             QLatin1String(MAC_APP_PATH));
     facts.foreignLibraries = ForeignLibraries(files.installed, facts.duplicate);
+    facts.refusedAsRoot = kPerUser && (getuid() == 0 || geteuid() == 0);
     facts.log = ReadLogTail(files.log);
     return facts;
 }

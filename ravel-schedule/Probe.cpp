@@ -2,10 +2,13 @@
 
 #include "FileLayout.h"
 #include "Instance.h"
+#include "Profile.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -36,7 +39,7 @@ QString Canonical(const std::string& path) {
 
 // The inode of a socket listening on the agent's port of the loopback or any address; empty
 // when none.
-QByteArray ListeningInode() {
+QByteArray ListeningPortInode() {
     QFile table(QStringLiteral("/proc/net/tcp"));
     if (!table.open(QIODevice::ReadOnly))
         return QByteArray();
@@ -51,6 +54,35 @@ QByteArray ListeningInode() {
     return QByteArray();
 }
 
+// The inode of the local socket bound to `path`, listening; empty when none (or when it was
+// bound through a shorter path, as a long one is).
+QByteArray ListeningSocketInode(const QString& path) {
+    QFile table(QStringLiteral("/proc/net/unix"));
+    if (!table.open(QIODevice::ReadOnly))
+        return QByteArray();
+    const QByteArray name = QFile::encodeName(path);
+    for (const QByteArray& line : table.readAll().split('\n')) {
+        // Num RefCount Protocol Flags Type St Inode Path; flags 00010000: accepting connections.
+        const QList<QByteArray> fields = line.simplified().split(' ');
+        if (fields.size() > 7 && fields[3] == "00010000" && fields[7] == name)
+            return fields[6];
+    }
+    return QByteArray();
+}
+
+bool IsSocketFile(const QString& path) {
+    struct stat info;
+    return lstat(QFile::encodeName(path).constData(), &info) == 0 && S_ISSOCK(info.st_mode);
+}
+
+// Per-user, only this account's processes count.
+bool OfThisAccount(const QString& pid) {
+    struct stat info;
+    return !kPerUser ||
+           (stat(QFile::encodeName(QStringLiteral("/proc/") + pid).constData(), &info) == 0 &&
+            info.st_uid == geteuid());
+}
+
 // True when process `pid` holds the socket "socket:[inode]".
 bool HoldsSocket(const QString& pid, const QString& socket) {
     const QString fds = QStringLiteral("/proc/") + pid + QStringLiteral("/fd");
@@ -62,20 +94,23 @@ bool HoldsSocket(const QString& pid, const QString& socket) {
 }
 } // namespace
 
-AgentProcess ProbeAgent(const QString& installed) {
+AgentProcess ProbeAgent(const AgentFiles& files) {
     static const QString AgentExecutable =
         QLatin1String(RAVEL_EXE_FILE_NAME) + QLatin1String(MAC_APP_PATH);
     AgentProcess agent;
-    const QString target = QFileInfo(installed).canonicalFilePath();
-    const QByteArray inode = ListeningInode();
-    agent.listening = !inode.isEmpty();
+    const QString target = QFileInfo(files.installed).canonicalFilePath();
+    const QString socketFile = InstanceSocket(files.dataFolder);
+    const QByteArray inode = kPerUser ? ListeningSocketInode(socketFile) : ListeningPortInode();
+    agent.listening =
+        kPerUser ? !files.dataFolder.isEmpty() && IsSocketFile(socketFile) : !inode.isEmpty();
     const QString socket = QStringLiteral("socket:[") + QString::fromLatin1(inode) + ']';
     for (const QString& pid : Processes()) {
         const std::vector<std::string> args = CommandLine(pid);
         const QString exe = args.empty() ? QString() : QString::fromStdString(args[0]);
-        if (args.size() > 1 && exe.endsWith(AgentExecutable) && Canonical(args[1]) == target)
+        if (args.size() > 1 && exe.endsWith(AgentExecutable) && Canonical(args[1]) == target &&
+            OfThisAccount(pid))
             agent.pid = pid.toLongLong();
-        if (agent.listening && !agent.portPid && HoldsSocket(pid, socket))
+        if (!inode.isEmpty() && !agent.portPid && HoldsSocket(pid, socket))
             agent.portPid = pid.toLongLong();
     }
     return agent;

@@ -1,6 +1,8 @@
 #include "Render.h"
 
+#include "FileLayout.h"
 #include "Instance.h"
+#include "Profile.h"
 
 #include <QJsonArray>
 
@@ -181,9 +183,11 @@ public:
         Line(QStringLiteral("Agent: ") +
              (agent.pid ? QStringLiteral("running (PID %1)").arg(agent.pid)
                         : QStringLiteral("not running")) +
-             QStringLiteral("; 127.0.0.1:%1 ").arg(kAgentPort) +
-             (!agent.listening ? QStringLiteral("free")
+             (kPerUser ? QStringLiteral("; socket %1 ").arg(InstanceSocket(in_.files.dataFolder))
+                       : QStringLiteral("; 127.0.0.1:%1 ").arg(kAgentPort)) +
+             (!agent.listening ? QString::fromLatin1(kPerUser ? "absent" : "free")
               : agent.portPid  ? QStringLiteral("listened on by PID %1").arg(agent.portPid)
+              : kPerUser       ? QStringLiteral("present")
                                : QStringLiteral("listened on")));
         Line(!in_.logFound             ? QStringLiteral("Last check: no log")
              : in_.lastCheck.isEmpty() ? QStringLiteral("Last check: none in the log")

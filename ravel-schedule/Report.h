@@ -24,8 +24,9 @@ struct AgentFiles {
 // Whether a resident agent runs for the folder, found without connecting to it.
 struct AgentProcess {
     qint64 pid = 0;         // a duplicate started with this installed folder; 0 when none
-    bool listening = false; // the agent's port is listened on (loopback or any address)
-    qint64 portPid = 0;     // the process holding the port, when it can be seen; 0 otherwise
+    bool listening = false; // the agent's port is listened on (loopback or any address); per-user:
+                            // its socket file is there
+    qint64 portPid = 0;     // the process holding the port (the socket), when it can be seen
 };
 
 // The lines of the last check in the log.
@@ -58,6 +59,7 @@ struct Facts {
     // stored, and the duplicate folder in it (both true when they exist).
     bool dataFolderMakeable = true, duplicateMakeable = true;
     bool bundlePresent = true;    // ravel.app/Contents/MacOS/ravel in the installed folder
+    bool refusedAsRoot = false;   // the per-user agent, and this account is root
     QStringList foreignLibraries; // in the duplicate folder, not in the installed folder
 };
 

@@ -117,8 +117,7 @@ int main(int argc, char* argv[]) {
     QString problem;
     if (!LocateInstalled(request.folder, files, problem))
         return Fail(1, problem);
-    const Inspection inspection =
-        Evaluate(GatherFacts(files, request.at, ProbeAgent(files.installed)));
+    const Inspection inspection = Evaluate(GatherFacts(files, request.at, ProbeAgent(files)));
     const QByteArray out = Rendered(inspection, request.format);
     if (!request.output.isEmpty())
         return WriteWhole(request.output, out);

@@ -3,11 +3,14 @@
 # step filled (INSTALLED/login/<label>.desktop or .plist) where the session looks for it.
 #   Linux: ${XDG_CONFIG_HOME:-~/.config}/autostart/<label>.desktop
 #   macOS: ~/Library/LaunchAgents/<label>.plist, loaded with launchctl for this login session
-# Usage: register-login.sh [--remove] [INSTALLED]
+# Usage: register-login.sh [--remove] [--allow-root] [INSTALLED]
 #   INSTALLED is the installed folder (the one holding ravel.app); by default the folder above
 #   this script, which is installed as INSTALLED/login/register-login.sh.
-# Run it as the user whose session is meant, never as root. Running it again changes nothing.
-# Exit status: 0 done (or nothing to do), 1 bad installed folder or a failed step, 2 bad usage.
+#   --allow-root  register (or remove) for root all the same; without it, root is refused
+# Run it as the user whose session is meant, never as root: the agent must not run as root.
+# Running it again changes nothing.
+# Exit status: 0 done (or nothing to do), 1 refused as root, bad installed folder or a failed
+# step, 2 bad usage.
 case "${1:-}" in -h | --help) # installed alone: its own help
     sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$0" | sed '/^[^#]*$/!d' | sed -n '/./,$p'
     exit 0 ;;
@@ -20,20 +23,27 @@ fail() {
     exit 1
 }
 usage() {
-    echo "usage: $me [--remove] [INSTALLED]" >&2
+    echo "usage: $me [--remove] [--allow-root] [INSTALLED]" >&2
     exit 2
 }
 
 remove=0
+allow_root=0
 installed=""
 for arg in "$@"; do
     case "$arg" in
     --remove) remove=1 ;;
+    --allow-root) allow_root=1 ;;
     -*) usage ;;
     *) [ -z "$installed" ] || usage; installed=$arg ;;
     esac
 done
 [ -n "$installed" ] || installed=$(dirname "$0")/..
+# An entry in root's session would start the agent as root, which it must never be.
+if [ "$(id -u)" -eq 0 ] && [ $allow_root -eq 0 ]; then
+    fail "refusing to run as root: run it as the user whose session should start the agent" \
+        "(--allow-root registers for root all the same)"
+fi
 
 case "$(uname -s)" in
 Darwin) kind=plist ;;

@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
 # Installs what is missing, checks the formatting, builds everything (warnings are errors) and
 # runs every test.
-# Usage: scripts/test.sh [default|asan|fuzz|all]
-#   all (the default): plain build, sanitizer build, then the fuzz smoke run
+# Usage: scripts/test.sh [default|per-user|asan|fuzz|all]
+#   all (the default): plain build (the shared profile), the per-user profile's build, sanitizer
+#   build, then the fuzz smoke run
+#   per-user: the build of the per-user profile (RAVEL_PROFILE=per-user) and its tests
 #   fuzz: every fuzz target over its seed corpus, then FUZZ_SECONDS (20) s of fuzzing each
 . "$(dirname "$0")/help.sh" "$@"
 set -euo pipefail
@@ -66,15 +68,17 @@ fuzz_smoke() {
 
 case "${1:-all}" in
     default) run_preset default ;;
+    per-user) run_preset per-user ;;
     asan) run_preset asan ;;
     fuzz) fuzz_smoke ;;
     all)
         run_preset default
+        run_preset per-user
         run_preset asan
         fuzz_smoke
         ;;
     *)
-        echo "usage: $0 [default|asan|fuzz|all]" >&2
+        echo "usage: $0 [default|per-user|asan|fuzz|all]" >&2
         exit 2
         ;;
 esac

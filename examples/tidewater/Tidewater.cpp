@@ -1,12 +1,14 @@
 // A stand-in for the updater. Like the real one it records its run in the user's UserInfo.dat
-// (found through "DupInfo"/"DuplicatePath" of the Tidewater.dat beside its bundle): last launch
-// now, status "ready", delay round 1, no delay drawn; instead of
+// (found as the agent finds it: through "DupInfo"/"DuplicatePath" of the Tidewater.dat beside its
+// bundle, or in the per-user build the account's own data folder): last launch now, status
+// "ready", delay round 1, no delay drawn; instead of
 // updating anything it appends the arguments it was started with, joined by blanks, as one line
 // to "Tidewater.args" beside its bundle. That line is written last, so its presence means the
 // run is complete.
 #include "Clock.h"
 #include "CommonFunctions.h"
 #include "FileLayout.h"
+#include "Profile.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -24,11 +26,16 @@ QString InstalledFolder() {
 }
 
 bool RecordRun(const QString& installed) {
-    // Only where the agent has stored its data folder: a stand-in makes no folder of its own.
+    // Only where the agent keeps its data folder: a stand-in makes no folder of its own. The
+    // shared agent stores the folder it made; the per-user one derives it anew each time.
     const AgentPlaces places = LocateAgentPlaces(installed);
-    if (!places.stored) {
+    if (!places.stored && !kPerUser) {
         std::fprintf(stderr, "Tidewater: no DupInfo/DuplicatePath in %s\n",
                      qPrintable(places.settings));
+        return false;
+    }
+    if (places.dataFolder.isEmpty()) {
+        std::fprintf(stderr, "Tidewater: no home folder to find the data folder in\n");
         return false;
     }
     const QString& userInfo = places.userInfo;

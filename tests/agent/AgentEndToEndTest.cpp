@@ -134,6 +134,8 @@ TEST_F(AgentEndToEnd, NeverSchedulingAndAMissingOrFactorylessPlugin) {
 }
 
 TEST_F(AgentEndToEnd, AnotherInstanceOrATakenPortEndsTheAgentWithZero) {
+    if (kPerUser)
+        GTEST_SKIP() << "the shared agent's process test and port; per-user: PerUser.*";
     place.LayOutInstalled();
     const pid_t twin = place.Start("/bin/sleep", {place.installedExe, "300"});
     ASSERT_TRUE(WaitUntil([&] { return FindProcess(place.installedExe) == twin; })) << "the twin";
@@ -149,6 +151,20 @@ TEST_F(AgentEndToEnd, AnotherInstanceOrATakenPortEndsTheAgentWithZero) {
     close(server);
     EXPECT_TRUE(place.Logged({"QLocalServer listen failed."}));
     EXPECT_FALSE(QFile::exists(place.dup + "ravel.app")) << "neither run deployed";
+}
+
+// The plug-in's path is logged as the line's format: "%%" shows one "%", and every other "%"
+// shows as it stands instead of reading (or, for "%n", writing) an argument that is not there.
+TEST(AgentPluginLine, APathWithConversionsIsWrittenAsItStands) {
+    AgentPlace place("~/data %n %s%s%s %d%% 100%/"); // in the place's home folder
+    place.LayOutInstalled();
+    ASSERT_EQ(place.RunInstalled(), 0) << ReadAll(place.errFile);
+    EXPECT_EQ(place.EndResident(place.WaitForDuplicate()), 0) << ReadAll(place.errFile);
+    EXPECT_TRUE(place.Logged({"Enter InitAgent() ...",
+                              place.root.toStdString() + "home/data %n %s%s%s %d% 100%/"
+                                                         "Brightwell/ravel.app/Contents/MacOS/"
+                                                         "../../../PolicyProbe",
+                              "Leave InitAgent() ..."}));
 }
 
 TEST_F(AgentEndToEnd, FailedSetUpsEndWith255AndSayWhy) {
@@ -257,7 +273,9 @@ const Hostile kHostile[] = {
      0,
      {"Sleep 1 Minutes", "Leave InitAgent() ..."},
      nullptr},
-    {"TidewaterOfRandomBytes", // replaced whole by the first write; the default data root
+    // Shared: replaced whole by the first write; the default data root. Per-user: left as it is,
+    // the account's default data folder.
+    {"TidewaterOfRandomBytes",
      [](AgentPlace& p) {
          std::mt19937 random(14);
          std::string bytes(1 << 20, '\0');
@@ -270,9 +288,10 @@ const Hostile kHostile[] = {
      [](AgentPlace& p) {
          const QVariant written =
              GetConfigure("DupInfo", "DuplicatePath", "", p.inst + "Tidewater.dat");
-         EXPECT_EQ(written.toString(), p.data) << "the data folder written back";
+         EXPECT_EQ(written.toString(), kPerUser ? QString() : p.data)
+             << "the data folder written back by the shared agent only";
      },
-     "/usr/local/zq_kt_userdata/Demo_Product/"},
+     kPerUser ? "~/.local/share/Demo_Product/" : "/usr/local/zq_kt_userdata/Demo_Product/"},
     {"TidewaterNestedAMillionLevels",
      [](AgentPlace& p) {
          WriteAll(p.inst + "Tidewater.dat",
@@ -365,6 +384,7 @@ const Hostile kHostile[] = {
          ASSERT_EQ(mount("ravel-full", p.dup.toLocal8Bit(), "tmpfs", 0, "size=48m"), 0);
          WriteAll(p.dup + "UserInfo.dat", userInfo);
          ASSERT_EQ(p.RunInstalled(), 0) << "deploying first";
+         ASSERT_TRUE(p.UpdaterRan()) << "the due updater, before the file is repaired";
          ASSERT_EQ(p.EndResident(p.WaitForDuplicate()), 0);
          WriteConfigure("UpdateInfo", "LastStatus", "odd", p.dup + "UserInfo.dat"); // repaired
          Fill(p.dup);

@@ -1,7 +1,11 @@
-// Runs the built agent as real processes on a temporary installed folder and data folder.
+// Runs the built agent as real processes on a temporary installed folder and data folder. In the
+// per-user build the agent runs as another account (Accounts.h), as it refuses root.
 #pragma once
 
+#include "Accounts.h"
 #include "CommonFunctions.h"
+#include "LogLine.h"
+#include "Profile.h"
 
 #include <QDir>
 #include <QFile>
@@ -13,10 +17,11 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <map>
-#include <regex>
+#include <optional>
 #include <sstream>
 #include <sys/prctl.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -86,6 +91,30 @@ inline bool EndedChild(const std::string& command) {
     return false;
 }
 
+// Starts `program` with `argv` (its first element the program's name), standard input from
+// /dev/null, standard output and error appended to the files `out` and `err` (opened before the
+// account, if any, is taken). The PID; the child ends with 126 when it cannot become `account`.
+inline pid_t StartProcess(const std::string& program, std::vector<std::string> argv,
+                          const QString& out, const QString& err,
+                          const Account* account = nullptr) {
+    std::vector<char*> args;
+    for (std::string& arg : argv)
+        args.push_back(arg.data());
+    args.push_back(nullptr);
+    const pid_t pid = fork();
+    if (pid == 0) {
+        const int append = O_WRONLY | O_CREAT | O_APPEND;
+        dup2(open("/dev/null", O_RDONLY), 0);
+        dup2(open(out.toLocal8Bit().constData(), append, 0644), 1);
+        dup2(open(err.toLocal8Bit().constData(), append, 0644), 2);
+        if (account && getuid() != account->uid && !BecomeAccount(*account))
+            _exit(126);
+        execv(program.c_str(), args.data());
+        _exit(127);
+    }
+    return pid;
+}
+
 // 127.0.0.1:31334 listened on (the socket, or -1), or connected to and closed at once (1 when
 // accepted, 0 when refused).
 inline int UsePort(bool listening) {
@@ -100,14 +129,31 @@ inline int UsePort(bool listening) {
     return connected;
 }
 
-// Installed folder "inst/", data folder "data/" (or the one given), duplicate folder
-// "data/Brightwell/" in a fresh temporary folder. Every process started here, or by a detached
-// start, is ended by PID at the end.
+// Connects, as `account`, to the per-user agent's socket in `folder` and closes at once: true when
+// connected. The socket is reached through the folder's descriptor, whatever the path's length.
+inline bool ReachSocket(const Account& account, const QString& folder) {
+    const QByteArray path = QFile::encodeName(folder);
+    return TryAs(account, [&] {
+               sockaddr_un address{AF_UNIX, {}};
+               std::snprintf(address.sun_path, sizeof address.sun_path,
+                             "/proc/self/fd/%d/ravel.socket", open(path, O_PATH | O_DIRECTORY));
+               const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+               return connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
+           }) == 0;
+}
+
+// Installed folder "inst/", data folder "data/" (or the one given; "~/" is the account's home,
+// "home/"), duplicate folder "data/Brightwell/" in a fresh temporary folder. Every process started
+// here, or by a detached start, is ended by PID at the end. What starts here runs as `account` when
+// set (unless `asAccount` is cleared); per-user, each start gives it this place and the data
+// folder.
 class AgentPlace {
 public:
     // Detached starts (the duplicate, the updater) become our children instead of init's.
     explicit AgentPlace(const QString& dataFolder = QString())
-        : data(dataFolder.isEmpty() ? root + "data/" : dataFolder) {
+        : data(dataFolder.isEmpty()          ? root + "data/"
+               : dataFolder.startsWith("~/") ? root + "home" + dataFolder.mid(1)
+                                             : dataFolder) {
         prctl(PR_SET_CHILD_SUBREAPER, 1);
     }
     ~AgentPlace() {
@@ -151,23 +197,18 @@ public:
         WriteSettings(dup + "UserInfo.dat", user);
     }
 
-    // Standard output and error are appended to errFile.
+    // Standard output and error are appended to errFile (opened before the account is taken).
     pid_t Start(const std::string& program, std::vector<std::string> argv) {
-        std::vector<char*> args;
-        for (std::string& arg : argv)
-            args.push_back(arg.data());
-        args.push_back(nullptr);
-        const pid_t pid = fork();
-        if (pid == 0) {
-            dup2(open("/dev/null", O_RDONLY), 0);
-            dup2(open(errFile.toLocal8Bit().constData(), O_WRONLY | O_CREAT | O_APPEND, 0644), 1);
-            dup2(1, 2);
-            execv(program.c_str(), args.data());
-            _exit(127);
-        }
+        const Account* as = asAccount && account ? &*account : nullptr;
+        if (as && kPerUser)
+            GiveToAccount();
+        const pid_t pid = StartProcess(program, std::move(argv), errFile, errFile, as);
         started.push_back(pid);
         return pid;
     }
+    // Tells the resident agent to end, as its own account: a connection to its port (shared) or
+    // its socket (per-user). True when the connection was made.
+    bool AskToEnd() const { return kPerUser ? ReachSocket(*account, data) : UsePort(false) == 1; }
     // Exit status, -1 after a signal; a process still running at the deadline is a hang: it
     // fails the test and is killed.
     int Reap(pid_t pid) {
@@ -195,6 +236,12 @@ public:
                           << ReadAll(errFile);
         return pid;
     }
+    // Waits for the run of the updater a launch started to be recorded: its arguments are written
+    // last, so that a settings file changed afterwards is not overwritten by it. False at the
+    // deadline.
+    bool UpdaterRan() const {
+        return WaitUntil([&] { return QFileInfo(inst + "Tidewater.args").size() > 0; });
+    }
     bool Settled() const { // a resident duplicate has reached its event loop
         return Logged({"Leave InitAgent() ..."}) || Logged({"load PolicyProbe fail 3"});
     }
@@ -202,23 +249,21 @@ public:
         if (pid == 0)
             return -1; // nothing resident to end
         EXPECT_TRUE(WaitUntil([&] { return Settled(); })) << ReadAll(data + "log/ravel.log");
-        WaitUntil([] { return UsePort(false) == 1; });
+        WaitUntil([&] { return AskToEnd(); });
         return Reap(pid);
     }
 
     // Every expected "[message]-->" text is in the log in this order (others may come between),
     // and every line is well formed.
     ::testing::AssertionResult Logged(const std::vector<std::string>& expected) const {
-        static const std::regex line(
-            R"(\[Src/ravel\(\d+\)\]\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\]\t*\[(.*)\]-->)");
         const std::string log = ReadAll(data + "log/ravel.log");
         std::vector<std::string> messages;
         std::istringstream lines(log);
-        std::smatch match;
+        LogLine parsed;
         for (std::string text; std::getline(lines, text);) {
-            if (std::regex_match(text, match, line))
-                messages.push_back(match[1]);
-            else if (text.rfind("----------------------", 0) != 0)
+            if (ParseLogLine(text, parsed))
+                messages.push_back(parsed.message);
+            else if (!IsStartBanner(text) && !IsEndBanner(text))
                 return ::testing::AssertionFailure() << "malformed: " << text;
         }
         auto at = messages.begin();
@@ -237,6 +282,25 @@ public:
     const std::string installedExe = (inst + "ravel.app/Contents/MacOS/ravel").toStdString(),
                       duplicateExe = (dup + "ravel.app/Contents/MacOS/ravel").toStdString(),
                       updater = (inst + "Tidewater.app/Contents/MacOS/Tidewater").toStdString();
+    // When set, every program started here runs as this account (the tests run as root). The
+    // per-user build sets the test account, with its home "home/", and gives it this place before
+    // each start.
+    std::optional<Account> account =
+        kPerUser
+            ? std::optional<Account>(Account{kTestUid, kTestUid, (root + "home").toStdString()})
+            : std::nullopt;
+    bool asAccount = true; // cleared: programs start as this process's account, root
+
+    // Makes the account's home when it lies in this place, and gives the account everything of
+    // this place (the data folder too).
+    void GiveToAccount() const {
+        const QString home = QString::fromStdString(account->home);
+        if (home.startsWith(root))
+            QDir().mkpath(home);
+        for (const QString& folder : {root, data})
+            if (QFileInfo::exists(folder))
+                GiveTree(folder.toStdString(), *account);
+    }
 
 private:
     std::vector<pid_t> started;

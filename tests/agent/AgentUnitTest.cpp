@@ -36,6 +36,9 @@ TEST(JLibrary, MapsANameToTheLibraryFileAndLoadsOnResolve) {
 }
 
 TEST(AgentUnit, ProcessTableCountsOnlyOtherProcessesOfTheWholePath) {
+    if (kPerUser)
+        GTEST_SKIP() << "the shared agent's test; the per-user one: ProcessTableCountsTheAccounts"
+                        "ProcessesRunningTheExecutable";
     g_EazyLog.m_bEnable = 0; // no log file in process
     AgentPlace place;
     const QString name = place.root + "My Apps/ravel.app/Contents/MacOS/ravel";
@@ -50,6 +53,45 @@ TEST(AgentUnit, ProcessTableCountsOnlyOtherProcessesOfTheWholePath) {
         EXPECT_EQ(IsProcessRunning(name), running) << "beside " << argv0.toStdString();
         EXPECT_FALSE(QFile::exists("/tmp/RAVEL_tmp")) << "the process list is removed";
     }
+}
+
+// Per-user: processes of this account whose executable is the agent's file count, whatever their
+// command line; command lines that merely name the file, and other accounts' processes, do not.
+TEST(AgentUnit, ProcessTableCountsTheAccountsProcessesRunningTheExecutable) {
+    if (!kPerUser)
+        GTEST_SKIP() << "the per-user agent's test";
+    g_EazyLog.m_bEnable = 0;
+    AgentPlace place;
+    const QString name = place.root + "My Apps/ravel.app/Contents/MacOS/ravel";
+    CopyExecutable("/bin/sleep", name); // stands in for the agent's executable
+    const std::string agent = name.toStdString(), quoted = "\"" + agent + "\"";
+    const auto sh = [](std::vector<std::string> words) { // a shell whose command line ends so
+        words.insert(words.begin(), {"sh", "-c", "sleep 300; exit"});
+        return words;
+    };
+    struct Row {
+        const char* what;
+        std::string program;
+        std::vector<std::string> argv;
+        bool asAccount; // as the test account rather than this process's
+        bool counted;
+    } const rows[] = {
+        {"another program named by the path", "/bin/sleep", {agent, "300"}, false, false},
+        {"a su line", "/bin/sh", sh({"su", "-", "alice", "-c", quoted}), false, false},
+        {"a runuser line", "/bin/sh", sh({"runuser", "-u", "alice", "--", agent}), false, false},
+        {"the executable, as another account", agent, {agent, "300"}, true, false},
+        {"the executable, started by another name", agent, {"sleeper", "300"}, false, true},
+    };
+    EXPECT_FALSE(IsProcessRunning(name)) << "nothing started";
+    for (const Row& row : rows) {
+        place.asAccount = row.asAccount;
+        const pid_t pid = place.Start(row.program, row.argv);
+        EXPECT_TRUE(WaitUntil([&] { return CommandLineOf(pid) == row.argv; })) << row.what;
+        EXPECT_EQ(IsProcessRunning(name), row.counted) << row.what;
+        kill(pid, SIGKILL);
+        place.Reap(pid);
+    }
+    EXPECT_FALSE(QFile::exists("/tmp/RAVEL_tmp")) << "no process list written";
 }
 
 TEST(AgentUnit, ExecuteFileCopiesTheLibrariesThenStartsThePathWithBlanksWhole) {

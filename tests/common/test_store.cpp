@@ -2,6 +2,7 @@
 #include "CommonFunctions.h"
 #include "Isolation.h"
 #include "MarkupSTL.h"
+#include "Profile.h"
 
 #include <QCryptographicHash>
 #include <QDir>
@@ -21,7 +22,10 @@ namespace {
 const QByteArray kMark("\xEF\xBB\xBF");
 const QByteArray kHead = kMark + "<?xml version=\"1.0\" encoding=\"utf-8\"?>\r\n";
 const std::string kPass(SEAL_PASS_PHRASE);
-const unsigned kFile = S_IFREG | 0777, kDir = S_IFDIR | 0777; // open to everyone
+// What the store makes: open to everyone (shared), the owner's alone (per-user).
+const unsigned kFile = S_IFREG | (kPerUser ? 0600 : 0777),
+               kDir = S_IFDIR | (kPerUser ? 0700 : 0777);
+const unsigned kExecutable = S_IFREG | (kPerUser ? 0700 : 0777);
 const std::string kStamp = "[0-9][0-9]:[0-9][0-9]:[0-9][0-9]: \\.\\./Common/CommonFunctions: ";
 
 QByteArray ReadBytes(const QString& path) {
@@ -247,6 +251,8 @@ TEST_F(Store, CopiesTreesLinksHiddenFilesSkipsIdenticalOnesAndRollsBack) {
     WriteBytes(src + "a.txt", "alpha");
     WriteBytes(src + ".hidden", "secret");
     WriteBytes(src + "sub/b.bin", QByteArray("\0\1\2", 3));
+    WriteBytes(src + "sub/run", "#!/bin/sh\n");
+    ASSERT_EQ(chmod(QFile::encodeName(src + "sub/run").constData(), 0750), 0);
     ASSERT_TRUE(QFile::link(src + "a.txt", src + "ln") && QFile::link("b.bin", src + "sub/rel"));
     // Neither a dangling link nor a special file is copied.
     ASSERT_TRUE(QFile::link("nowhere", src + "dangling"));
@@ -254,6 +260,7 @@ TEST_F(Store, CopiesTreesLinksHiddenFilesSkipsIdenticalOnesAndRollsBack) {
     ASSERT_TRUE(CCommonFunctions::MXPCopyDir(src, dst));
     EXPECT_FALSE(QFileInfo(dst + "dangling").isSymLink());
     EXPECT_FALSE(QFileInfo::exists(dst + "sub/fifo"));
+    EXPECT_EQ(Mode(dst + "sub/run"), kExecutable);
     EXPECT_EQ(ReadBytes(dst + "a.txt") + ReadBytes(dst + ".hidden") + ReadBytes(dst + "sub/b.bin"),
               QByteArray("alphasecret\0\1\2", 14));
     EXPECT_EQ(QFileInfo(dst + "ln").symLinkTarget(), QFileInfo(dst + "a.txt").absoluteFilePath());
@@ -335,9 +342,12 @@ TEST_F(Store, CreatePathMainComponentDisplayNameAndSharedDataRoot) {
         EXPECT_EQ(got, name);
         EXPECT_THAT(message, Logged(log));
     }
-    // The shared data root: every level of its path is opened to everyone, /usr included, so this
-    // runs only where the test has /usr to itself (tests/isolated.sh).
+    // Both data roots run only where the test has /usr and its environment to itself.
     RAVEL_REQUIRE_ISOLATION();
+    if (kPerUser)
+        return; // the account's own data root: the per-user agent's tests (PerUserTest.cpp)
+    // The shared data root: every level of its path is opened to everyone, /usr included
+    // (tests/isolated.sh gives the test a /usr of its own).
     const QString made = "/usr/local/zq_kt_userdata/ravel_test_My_App_/";
     EXPECT_EQ(CCommonFunctions::GetCompDataDirectory("ravel test My App "), made);
     for (const QString& level : {QString("/usr"), QString("/usr/local"), made})

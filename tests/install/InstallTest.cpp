@@ -5,6 +5,7 @@
 #include <QDirIterator>
 #include <gmock/gmock.h>
 #include <set>
+#include <tuple>
 
 using namespace ::testing;
 
@@ -143,27 +144,51 @@ TEST_F(Shipped, EntriesReadByRealParsersRegisterForAUserAndArchiveAsInstalled) {
                 "\n"}));
     EXPECT_EQ(Shell("desktop-file-validate " + Quoted(entry + ".desktop")), (Output{0, ""}));
 
-    // Registered twice, removed twice, in a temporary home; refused for a folder without ravel.
+    // Root (this test) is refused unless it insists: the entry would start the agent as root.
     const QString script = Quoted(prefix + "login/register-login.sh"), home = place.root + "home",
                   session = "env -u XDG_CONFIG_HOME HOME=" + Quoted(home) + " ",
-                  autostart = home + "/.config/autostart/" LOGIN_LABEL ".desktop";
+                  autostart = home + "/.config/autostart/" LOGIN_LABEL ".desktop",
+                  asRoot = " --allow-root";
     const auto says = [](int status, const QString& text) {
         return Output{status, "register-login.sh: " + text.toStdString() + "\n"};
     };
+    for (const char* args : {"", " --remove"})
+        EXPECT_EQ(Shell(session + script + args),
+                  says(1, "refusing to run as root: run it as the user whose session should "
+                          "start the agent (--allow-root registers for root all the same)"))
+            << "without --allow-root:" << args;
+    EXPECT_FALSE(QFileInfo::exists(home)) << "nothing registered for root";
+
+    // Registered twice, removed twice, in a temporary home; refused for a folder without ravel.
     for (const auto& [args, said] :
          std::vector<std::pair<QString, QString>>{{"", "registered "},
                                                   {"", "registered "},
                                                   {" --remove", "removed "},
                                                   {" --remove", "not registered: "}}) {
-        EXPECT_EQ(Shell(session + script + args), says(0, said + autostart));
+        EXPECT_EQ(Shell(session + script + asRoot + args), says(0, said + autostart));
         EXPECT_EQ(ReadAll(autostart), args.isEmpty() ? ReadAll(entry + ".desktop") : "");
     }
+    EXPECT_EQ(Shell("XDG_CONFIG_HOME=" + Quoted(home + "/xdg") + " " + script + asRoot + " " +
+                    Quoted(prefix)),
+              says(0, "registered " + home + "/xdg/autostart/" LOGIN_LABEL ".desktop"));
     EXPECT_EQ(
-        Shell("XDG_CONFIG_HOME=" + Quoted(home + "/xdg") + " " + script + " " + Quoted(prefix)),
-        says(0, "registered " + home + "/xdg/autostart/" LOGIN_LABEL ".desktop"));
-    EXPECT_EQ(
-        Shell(session + script + " " + Quoted(home)),
+        Shell(session + script + asRoot + " " + Quoted(home)),
         says(1, home + " is not an installed ravel folder: no ravel.app/Contents/MacOS/ravel"));
+
+    // An account of its own needs no --allow-root.
+    const Account alice{4242, 4242, (place.root + "alice").toStdString()};
+    ASSERT_TRUE(OpenToAccounts(place.root.toStdString()) && MakeHome(alice));
+    const QString alicesHome = QString::fromStdString(alice.home), said = alicesHome + "/said",
+                  alicesEntry = alicesHome + "/.config/autostart/" LOGIN_LABEL ".desktop";
+    EXPECT_EQ(TryAs(alice,
+                    [&] {
+                        const QString command = script + " >" + Quoted(said) + " 2>&1";
+                        return WEXITSTATUS(std::system(command.toLocal8Bit().constData()));
+                    }),
+              0)
+        << ReadAll(said);
+    EXPECT_EQ(ReadAll(said), says(0, "registered " + alicesEntry).second);
+    EXPECT_EQ(ReadAll(alicesEntry), ReadAll(entry + ".desktop"));
 
     // The archive unpacked is what `cmake --install` puts into the configured prefix.
     const QString packages = place.root + "packages/", staged = place.root + "staged",
@@ -171,8 +196,10 @@ TEST_F(Shipped, EntriesReadByRealParsersRegisterForAUserAndArchiveAsInstalled) {
     ASSERT_TRUE(
         Succeeds(CPACK_COMMAND " --config " BUILD_DIR "/CPackConfig.cmake -B " + Quoted(packages)));
     ASSERT_TRUE(Succeeds("DESTDIR=" + Quoted(staged) + " " CMAKE_COMMAND " --install " BUILD_DIR));
+    // The archive's name tells the profile.
     ASSERT_TRUE(Succeeds("mkdir " + Quoted(unpacked) + " && tar -xzf " + Quoted(packages) +
-                         "ravel-*.tar.gz -C " + Quoted(unpacked)));
+                         "ravel-" PROJECT_VERSION "-" PROFILE "-Linux.tar.gz -C " +
+                         Quoted(unpacked)));
     const QString listing = " && find . -printf '%p %M %s\\n' | sort";
     const Output files = Shell("cd " + Quoted(staged) + listing);
     EXPECT_THAT(files.second,
@@ -180,6 +207,33 @@ TEST_F(Shipped, EntriesReadByRealParsersRegisterForAUserAndArchiveAsInstalled) {
     EXPECT_EQ(files.second.find("/libPolicyProbe.dylib ") != std::string::npos, EXAMPLES_INSTALLED);
     EXPECT_EQ(Shell("cd " + Quoted(unpacked) + listing), files);
     EXPECT_EQ(Shell("diff -r " + Quoted(staged) + " " + Quoted(unpacked)), (Output{0, ""}));
+}
+
+// The rules that link the agent in a configured build folder: its "build" statement and the
+// variables below it in build.ninja.
+std::string AgentLinkRules(const QString& build) {
+    const std::string ninja = ReadAll(build + "/build.ninja");
+    const size_t start = ninja.find("\nbuild ravel.app/Contents/MacOS/ravel:");
+    return start == std::string::npos ? std::string()
+                                      : ninja.substr(start, ninja.find("\n\n", start) - start);
+}
+
+// The package preset, configured against Debian's Qt, leaves the run-time path out of the agent,
+// at link and at install time; asked for, it is there.
+TEST_F(Shipped, ThePackageBuildOnTheSystemsQtHasNoRunTimePath) {
+    for (const auto& [row, setting, runPath] : std::vector<std::tuple<QString, QString, bool>>{
+             {"package", "", false}, {"package-asked", " -DRAVEL_LIBS_BESIDE_BUNDLE=ON", true}}) {
+        const QString build = place.root + row;
+        ASSERT_TRUE(Succeeds(CMAKE_COMMAND " -S " SOURCE_DIR " --preset package -B " +
+                             Quoted(build) + setting));
+        const std::string link = AgentLinkRules(build);
+        ASSERT_THAT(link, HasSubstr("libQt6Core.so")) << row.toStdString();
+        EXPECT_EQ(link.find("-rpath") != std::string::npos, runPath) << row.toStdString() << ":\n"
+                                                                     << link;
+        EXPECT_THAT(ReadAll(build + "/Src/cmake_install.cmake"),
+                    HasSubstr(runPath ? R"(RPATH "\$ORIGIN/../../..")" : "RPATH \"\")"))
+            << row.toStdString() << ": the installed agent's run-time path";
+    }
 }
 
 // Every file below the installed folder, relative to it, and every folder with a "/".

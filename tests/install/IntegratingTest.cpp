@@ -7,13 +7,16 @@
 
 #include <QRegularExpression>
 #include <gmock/gmock.h>
+#include <regex>
 #include <sys/stat.h>
 
 using ::testing::HasSubstr;
 using ::testing::Not;
 
 namespace {
-const QString kDataRoot = "/usr/local/zq_kt_userdata/";
+// Shared: the data root the installer makes. Per-user: the account's own (AgentPlace reads "~/"
+// as the account's home), which the agent makes itself.
+const QString kDataRoot = kPerUser ? "~/.local/share/" : "/usr/local/zq_kt_userdata/";
 const QString kDataFolder = kDataRoot + "Acme_Product/"; // from the sample's display name
 
 // Every fenced sample of the page: its path ("installed/..." or "data/...") and its text.
@@ -66,8 +69,10 @@ void LayOut(AgentPlace& place, const std::function<void(std::map<QString, std::s
     edit(samples);
     CopyExecutable(RAVEL_EXE_BUILT, QString::fromStdString(place.installedExe));
     CopyExecutable(TIDEWATER_EXE_BUILT, QString::fromStdString(place.updater));
-    ASSERT_TRUE(QDir().mkpath(kDataRoot)); // install -d -m 0777 /usr/local/zq_kt_userdata
-    chmod(QFile::encodeName(kDataRoot).constData(), 0777);
+    if (!kPerUser) {
+        ASSERT_TRUE(QDir().mkpath(kDataRoot)); // install -d -m 0777 /usr/local/zq_kt_userdata
+        chmod(QFile::encodeName(kDataRoot).constData(), 0777);
+    }
     for (const auto& [path, text] : samples) {
         const bool installed = path.startsWith("installed/");
         ASSERT_TRUE(installed || path.startsWith("data/")) << path.toStdString();
@@ -94,13 +99,17 @@ TEST(Integrating, AProductLaidOutFromThePageDeploysAndLaunches) {
         ASSERT_EQ(RunFast(place), 0) << ReadAll(place.errFile);
         EXPECT_TRUE(WaitUntil([&] { return Launched(place); }))
             << ReadAll(place.data + "log/ravel.log");
-        EXPECT_EQ(ReadAll(place.inst + "Tidewater.args"), "auto\n");
+        // Every run with "auto". At a day a second the next check comes 42 ms after a launch:
+        // when the updater has not recorded its run by then (a loaded machine), the agent
+        // launches again, as it is meant to.
+        const std::string runs = ReadAll(place.inst + "Tidewater.args");
+        EXPECT_TRUE(std::regex_match(runs, std::regex("(auto\n)+"))) << runs;
         EXPECT_EQ(ReadAll(place.dup + "Brightwell Data/Config.xml"),
                   Samples()["installed/Brightwell Data/Config.xml"]);
         EXPECT_EQ(
             GetConfigure("DupInfo", "DuplicatePath", "", place.inst + "Tidewater.dat").toString(),
-            kDataFolder)
-            << "the data folder the agent made, stored";
+            kPerUser ? QString() : kDataFolder)
+            << "the data folder the agent made, stored by the shared agent only";
         EXPECT_FALSE(QFile::exists(place.dup + "UpdateInfo.dat")) << "not copied";
         EXPECT_FALSE(QFile::exists(place.dup + "Tidewater.app")) << "not copied";
         std::vector<std::string> logged{"Time is used up, ravel will check if delay time is ok"};

@@ -3,6 +3,7 @@
 #include "CommonFunctions.h"
 #include "EasyLog.h"
 #include "FileLayout.h"
+#include "Profile.h"
 #include "ZoneScope.h"
 #include "ravel.h"
 
@@ -105,8 +106,9 @@ TEST(EasyLog, LayoutBannersLimitsAndSwitch) {
     const QByteArray end = "----------------------End Log-----------------------------------\n";
     EXPECT_EQ(ReadBytes(box.data + "log/own.log"),
               kStart + Line(0, "one", "f(5)") + end + kStart + end);
-    for (const char* path : {"log", "log/own.log"}) // rwx for group and others
-        EXPECT_EQ(QFileInfo(box.data + path).permissions().toInt() & 0x77, 0x77) << path;
+    for (const char* path : {"log", "log/own.log"}) // rwx for group and others; per-user none
+        EXPECT_EQ(QFileInfo(box.data + path).permissions().toInt() & 0x77, kPerUser ? 0 : 0x77)
+            << path;
     // The size limit is checked at start only.
     for (const int size : {5242880, 5242881}) {
         g_EazyLog.ResetForTesting();
@@ -134,8 +136,9 @@ TEST(FileLayout, ClockFoldersDuplicatePathAndInitFilePath) {
     WriteConfigure("DupInfo", "DuplicatePath", "C:\\dup\\", box.tide);
     EXPECT_EQ(GetDuplicatePath(true), "C:\\dup\\log/");
     // Absent: derived from the main component's display name, stored, and made under the shared
-    // data root, which opens /usr to everyone: only where the test has /usr to itself.
-    if (Isolated()) {
+    // data root, which opens /usr to everyone: only where the test has /usr to itself. (The
+    // per-user agent derives its folder anew each time: FileLayout.DataFolderFrom... and PerUser.*)
+    if (Isolated() && !kPerUser) {
         const QString folder = "/usr/local/zq_kt_userdata/ravel_sched/";
         WriteBytes(g_qstrOrgDat, "<root><components><component><main>1</main><displayname>ravel "
                                  "sched</displayname></component></components></root>");
@@ -204,6 +207,66 @@ QByteArray UserInfo(const QByteArray& delayInfo) {
                "</DelayInfo>\n</root>\n");
 }
 } // namespace
+
+// This account's home as the user database gives it, read from /etc/passwd by hand.
+QString HomeFromPasswd() {
+    for (const QByteArray& line : ReadBytes("/etc/passwd").split('\n'))
+        if (line.split(':').value(2) == QByteArray::number(getuid()))
+            return QString::fromUtf8(line.split(':').value(5));
+    return QString();
+}
+
+// Where the data folder is, from the environment and the stored text. The shared agent keeps a
+// stored text as it stands and its data root fixed; the per-user one takes "~/" and its data root
+// from the home folder ($HOME when absolute, else the user database) and $XDG_DATA_HOME (when
+// absolute).
+TEST(FileLayout, DataFolderFromHomeXdgAndStoredText) {
+    const QString kUnset; // a null value unsets the variable
+    struct Row {
+        const char* what;
+        QString home, xdg, stored;
+        QString shared, perUser; // the data folder
+    };
+    const auto set = [](const QString& home, const QString& xdg) { // a null value unsets
+        home.isNull() ? qunsetenv("HOME") : qputenv("HOME", home.toUtf8());
+        xdg.isNull() ? qunsetenv("XDG_DATA_HOME") : qputenv("XDG_DATA_HOME", xdg.toUtf8());
+    };
+    const QByteArray home = qgetenv("HOME"), xdg = qgetenv("XDG_DATA_HOME");
+    const QString root = HomeFromPasswd();
+    ASSERT_FALSE(root.isEmpty()) << "this account has no entry in /etc/passwd";
+    const QString sharedDefault = "/usr/local/zq_kt_userdata/Acme_Product_2/";
+    const Row rows[] = {
+        {"no XDG_DATA_HOME", "/h/al", kUnset, "", sharedDefault,
+         "/h/al/.local/share/Acme_Product_2/"},
+        {"an absolute XDG_DATA_HOME", "/h/al", "/x/data", "", sharedDefault,
+         "/x/data/Acme_Product_2/"},
+        {"a relative XDG_DATA_HOME is ignored", "/h/al", "x/data", "", sharedDefault,
+         "/h/al/.local/share/Acme_Product_2/"},
+        {"a relative HOME: the user database", "h/al", kUnset, "", sharedDefault,
+         root + "/.local/share/Acme_Product_2/"},
+        {"stored, from the home folder", "/h/al", "/x/data", "~/Acme Data", "~/Acme Data/",
+         "/h/al/Acme Data/"},
+        {"stored, another account's home", "/h/al", kUnset, "~bob/d/", "~bob/d/", "~bob/d/"},
+        {"stored, absolute", "/h/al", kUnset, "/srv/acme", "/srv/acme/", "/srv/acme/"},
+    };
+    QTemporaryDir dir;
+    const QString installed = dir.path() + "/";
+    WriteBytes(installed + "UpdateInfo.dat",
+               "<root><components><component><main>1</main><displayname>Acme Product "
+               "2</displayname></component></components></root>");
+    for (const Row& row : rows) {
+        set(row.home, row.xdg);
+        WriteBytes(installed + "Tidewater.dat", "<root><DupInfo><DuplicatePath>" +
+                                                    row.stored.toUtf8() +
+                                                    "</DuplicatePath></DupInfo></root>");
+        const QString expected = kPerUser ? row.perUser : row.shared;
+        const AgentPlaces places = LocateAgentPlaces(installed);
+        EXPECT_EQ(places.dataFolder, expected) << row.what;
+        EXPECT_EQ(places.userInfo, expected + "Brightwell/UserInfo.dat") << row.what;
+        EXPECT_EQ(places.socket, kPerUser ? expected + "ravel.socket" : QString()) << row.what;
+    }
+    set(home.isNull() ? QString() : QString(home), xdg.isNull() ? QString() : QString(xdg));
+}
 
 TEST(ReadConfigInfo, RepairsTheFileOrLeavesItUntouched) {
     struct Row {

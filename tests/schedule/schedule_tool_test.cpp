@@ -22,15 +22,48 @@ struct ToolRun {
     QJsonObject json;
 };
 
-// Runs the tool, in the time zone given or the machine's.
+// The account the agent runs as: this one, or per-user the test account (the per-user agent
+// refuses root, and the tool foresees that).
+constexpr uid_t kAgentAccount = kPerUser ? kTestUid : 0;
+// Per-user, the home of the programs run here as another account: absent, so that nothing is made
+// in it, but named, so that the data folder derived from it is known.
+const QString kHome = "/nonexistent/ravel-home";
+
+// The temporary place a path lies in (its first level below the temporary folder); empty when
+// it lies elsewhere.
+QString PlaceHolding(const QString& path) {
+    const QString temp = QDir::tempPath() + "/";
+    return path.startsWith(temp) ? temp + path.mid(temp.size()).section('/', 0, 0) : QString();
+}
+
+// A program started as `uid` (0: this process's account) through setpriv; per-user with kHome
+// as its home, on the places its program and first argument lie in, given to that account.
+void StartAs(QProcess& process, uid_t uid, const QString& program, const QStringList& args,
+             QProcessEnvironment environment = QProcessEnvironment::systemEnvironment()) {
+    if (kPerUser) {
+        for (const QString& path : {program, args.value(0)})
+            if (uid != 0 && !PlaceHolding(path).isEmpty())
+                GiveTree(PlaceHolding(path).toStdString(), {uid, uid, kHome.toStdString()});
+        environment.insert("HOME", kHome);
+        environment.remove("XDG_DATA_HOME");
+    }
+    process.setProcessEnvironment(environment);
+    if (uid == 0)
+        process.start(program, args);
+    else
+        process.start("setpriv",
+                      QStringList{"--reuid=" + QString::number(uid),
+                                  "--regid=" + QString::number(uid), "--clear-groups", program} +
+                          args);
+}
+
+// Runs the tool as the agent's account, in the time zone given or the machine's.
 ToolRun Inspect(QStringList args, const char* zone = nullptr) {
     QProcess tool;
-    if (zone) {
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    if (zone)
         environment.insert("TZ", zone);
-        tool.setProcessEnvironment(environment);
-    }
-    tool.start(RAVEL_SCHEDULE_BUILT, args);
+    StartAs(tool, kAgentAccount, RAVEL_SCHEDULE_BUILT, args, environment);
     tool.waitForFinished(60000);
     ToolRun run{tool.exitCode(),
                 tool.readAllStandardOutput().toStdString(),
@@ -211,11 +244,12 @@ TEST(Inspector, RepairsWarningsAndBadCommandLines) {
     EXPECT_TRUE(json["latest"].isNull());
 
     // No DuplicatePath: the folder the agent would make is named, not made.
-    const QString derived = "/usr/local/zq_kt_userdata/Demo_Product";
+    const QString derived =
+        kPerUser ? kHome + "/.local/share/Demo_Product" : "/usr/local/zq_kt_userdata/Demo_Product";
     const bool existed = QFileInfo::exists(derived);
     WriteAll(place.inst + "Tidewater.dat", "");
     json = InspectUnchanged(place);
-    EXPECT_EQ(json["user_info"], "/usr/local/zq_kt_userdata/Demo_Product/Brightwell/UserInfo.dat");
+    EXPECT_EQ(json["user_info"], derived + "/Brightwell/UserInfo.dat");
     EXPECT_EQ(QFileInfo::exists(derived), existed);
 
     const std::string usage =
@@ -290,6 +324,12 @@ TEST(Inspector, ARunningAgentIsSeenAndSurvives) {
     EXPECT_EQ(json["running"], true);
     EXPECT_EQ(json["pid"].toInteger(), pid);
     EXPECT_EQ(json["port_listening"], true);
+    const QString guard = kPerUser ? "socket " + place.data + "ravel.socket" : "127.0.0.1:31334";
+    EXPECT_THAT(Inspect({place.inst}).out,
+                HasSubstr(QString("\nAgent: running (PID %1); %2 listened on by PID %1\n")
+                              .arg(pid)
+                              .arg(guard)
+                              .toStdString()));
     EXPECT_EQ(json["verdict"], "wait-delay");
     // For the next check by the timer: ten hours after the one logged.
     const QString last = json["last_check"][0].toString().section("][", 1).left(19);
@@ -432,16 +472,10 @@ struct ProcessRun {
     std::string out, err;
 };
 
-// A program run to its end, as the account `uid` (0: this one).
+// A program run to its end, as the account `uid` (0: this one), as StartAs starts it.
 ProcessRun RunAs(uid_t uid, const QString& program, const QStringList& args) {
     QProcess process;
-    if (uid == 0)
-        process.start(program, args);
-    else
-        process.start("setpriv",
-                      QStringList{"--reuid=" + QString::number(uid),
-                                  "--regid=" + QString::number(uid), "--clear-groups", program} +
-                          args);
+    StartAs(process, uid, program, args);
     process.waitForFinished(120000);
     return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
             process.readAllStandardOutput().toStdString(),
@@ -475,7 +509,7 @@ TEST(Inspector, AStartThatFailsIsForeseenWithTheAgentsOwnMessages) {
             WriteConfigure(section, key, value, place.inst + "Tidewater.dat");
         };
     };
-    const Row rows[] = {
+    std::vector<Row> rows = {
         {"no data folder given, and the data root cannot be made",
          [](AgentPlace& place) {
              WriteConfigure("DupInfo", "DuplicatePath", "", place.inst + "Tidewater.dat");
@@ -489,7 +523,7 @@ TEST(Inspector, AStartThatFailsIsForeseenWithTheAgentsOwnMessages) {
              WriteConfigure("DupInfo", "DuplicatePath", place.inst + "libx.so/data/",
                             place.inst + "Tidewater.dat");
          },
-         0,
+         kAgentAccount,
          false,
          {"Duplicate path is empty or it's not a path."}},
         {"no updater without RunWithSystem",
@@ -497,7 +531,7 @@ TEST(Inspector, AStartThatFailsIsForeseenWithTheAgentsOwnMessages) {
              setting("UpdateSetting", "RunWithSystem", "0")(place);
              QFile::remove(QString::fromStdString(place.updater));
          },
-         0,
+         kAgentAccount,
          false,
          {"ExeFile<%I%Tidewater.app/Contents/MacOS/Tidewater> not exist",
           "Original InitFilePath Failed"}},
@@ -506,7 +540,7 @@ TEST(Inspector, AStartThatFailsIsForeseenWithTheAgentsOwnMessages) {
              setting("UpdateSetting", "RunWithSystem", "0")(place);
              QFile::remove(place.inst + "UpdateInfo.dat");
          },
-         0,
+         kAgentAccount,
          false,
          {"ConfigFile<%I%UpdateInfo.dat> not exist", "Original InitFilePath Failed"}},
         {"no UserInfo.dat without RunWithSystem",
@@ -514,10 +548,17 @@ TEST(Inspector, AStartThatFailsIsForeseenWithTheAgentsOwnMessages) {
              setting("UpdateSetting", "RunWithSystem", "0")(place);
              QFile::remove(place.dup + "UserInfo.dat");
          },
-         0,
+         kAgentAccount,
          true,
          {"ConfigFile<%D%UserInfo.dat> not exist", "Duplicate InitFilePath Failed"}},
     };
+    if (kPerUser) // run by root, the per-user agent refuses before it makes anything
+        rows.push_back({"the per-user agent run by root",
+                        [](AgentPlace&) {},
+                        0,
+                        false,
+                        {"ravel: this is the per-user agent; it does not run as root. Start it "
+                         "from the account it serves."}});
     for (const Row& row : rows) {
         SCOPED_TRACE(row.what);
         AgentPlace place;
