@@ -75,10 +75,10 @@ inline pid_t FindProcess(const std::string& argv0) { // 0 when none
     return 0;
 }
 
-// True when a child of this process running `command` has ended and waits to be reaped: a
-// detached start (the duplicate, the updater) that ended at once. Its command line is gone, so
+// A child of this process running `command` that has ended and waits to be reaped (0 when none):
+// a detached start (the duplicate, the updater) that ended at once. Its command line is gone, so
 // FindProcess no longer sees it.
-inline bool EndedChild(const std::string& command) {
+inline pid_t EndedChild(const std::string& command) {
     const std::string parent = std::to_string(getpid());
     for (const QString& entry : QDir("/proc").entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
         const std::string stat = ReadAll("/proc/" + entry + "/stat"); // pid (comm) state ppid
@@ -86,9 +86,9 @@ inline bool EndedChild(const std::string& command) {
         if (entry.toInt() > 0 && close != std::string::npos &&
             stat.compare(stat.find('(') + 1, close - stat.find('(') - 1, command) == 0 &&
             stat.compare(close + 2, 2 + parent.size(), "Z " + parent) == 0)
-            return true;
+            return entry.toInt();
     }
-    return false;
+    return 0;
 }
 
 // Starts `program` with `argv` (its first element the program's name), standard input from
@@ -209,10 +209,14 @@ public:
     // Tells the resident agent to end, as its own account: a connection to its port (shared) or
     // its socket (per-user). True when the connection was made.
     bool AskToEnd() const { return kPerUser ? ReachSocket(*account, data) : UsePort(false) == 1; }
+    // No longer ended at the end: the caller waits for it.
+    void Forget(pid_t pid) {
+        started.erase(std::remove(started.begin(), started.end(), pid), started.end());
+    }
     // Exit status, -1 after a signal; a process still running at the deadline is a hang: it
     // fails the test and is killed.
     int Reap(pid_t pid) {
-        started.erase(std::remove(started.begin(), started.end(), pid), started.end());
+        Forget(pid);
         int status = -1;
         bool ended = false;
         if (!WaitUntil([&] { return ended = ended || waitpid(pid, &status, WNOHANG) == pid; })) {

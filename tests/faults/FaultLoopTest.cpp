@@ -1,0 +1,526 @@
+// Every I/O call the agent makes during a check and during a deployment made to fail in turn
+// (strace), with each error the call can give. For each fault: no crash (no signal, no sanitizer
+// report), no hang, the specified exit status and log line where the agent reports the failure,
+// and no settings file lost, cut short or half-written, nor a temporary file left beside it.
+// ctest runs a sample of each call kind; RAVEL_FAULT_LOOP=all runs every fault
+// (scripts/fault-loop.sh), printing a line per fault and a summary per kind.
+#include "AgentHarness.h"
+#include "FaultLoop.h"
+#include "Isolation.h"
+
+#include <QDirIterator>
+#include <QRegularExpression>
+#include <QXmlStreamReader>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <functional>
+#include <set>
+
+namespace {
+
+const int kNone = -3; // no such process came
+const int kHang = -2; // still running at the deadline
+const QString kDataRoot = "/usr/local/zq_kt_userdata/";
+const std::string kListenFailed = "QLocalServer listen failed.";
+const size_t kSpread = 3; // points of each system call a ctest run tries (first, last, between)
+
+// Settings as Qt's XML reader (independent of the agent's) sees them. False when the file is not
+// whole: no UTF-8 mark, not well formed, or no root element "root".
+bool ReadSettingsWhole(const std::string& bytes, Settings& settings) {
+    if (bytes.compare(0, 3, "\xEF\xBB\xBF") != 0)
+        return false;
+    QXmlStreamReader reader(QByteArray::fromStdString(bytes.substr(3)));
+    settings.clear();
+    int depth = 0;
+    QString section;
+    while (!reader.atEnd()) {
+        const QXmlStreamReader::TokenType token = reader.readNext();
+        depth -= token == QXmlStreamReader::EndElement;
+        if (token != QXmlStreamReader::StartElement)
+            continue;
+        const QString name = reader.name().toString();
+        if (++depth == 1 && name != QLatin1String("root"))
+            return false;
+        if (depth == 2)
+            settings[section = name];
+        if (depth == 3) { // a key: its text, up to and with its end
+            settings[section][name] = reader.readElementText(QXmlStreamReader::IncludeChildElements);
+            --depth;
+        }
+    }
+    return !reader.hasError() && depth == 0;
+}
+
+// The messages of a log, a message with line breaks joined back; false, with the offending line
+// in `bad`, when a line has not the log's form.
+bool LogMessages(const std::string& log, std::vector<std::string>& messages, std::string& bad) {
+    messages.clear();
+    std::string record; // a line, with the lines a message's own line breaks made ('\1' between)
+    std::istringstream lines(log);
+    LogLine parsed;
+    for (std::string line; std::getline(lines, line);) {
+        if (record.empty() && (IsStartBanner(line) || IsEndBanner(line)))
+            continue;
+        record += record.empty() ? line : "\1" + line;
+        if (record.size() < 4 || record.compare(record.size() - 4, 4, "]-->") != 0)
+            continue;
+        if (!ParseLogLine(record, parsed))
+            return bad = record, false;
+        std::replace(parsed.message.begin(), parsed.message.end(), '\1', '\n');
+        messages.push_back(parsed.message);
+        record.clear();
+    }
+    return record.empty() || (bad = record, false);
+}
+
+bool Has(const std::vector<std::string>& messages, const std::string& message) {
+    return std::find(messages.begin(), messages.end(), message) != messages.end();
+}
+bool Mentions(const std::string& text, const std::string& piece) {
+    return text.find(piece) != std::string::npos;
+}
+
+// What a run left, for the checks.
+struct Run {
+    Run(AgentPlace& place, const Fault* fault) : place(place), fault(fault) {}
+    AgentPlace& place;
+    const Fault* fault;                    // none in the clean run
+    std::string injected, trace;           // strace's line of the failed call; its whole output
+    int status = kNone;                    // the agent's exit status; -1 after a signal
+    int resident = kNone;                  // a deployment's duplicate, ended through its port
+    std::string residentProgram;           // where it ran from
+    std::map<QString, std::string> before; // the settings files as arranged
+    std::vector<std::string> messages;     // the log's
+    std::string errors, badLogLine;        // standard output and error; a log line out of form
+    bool logWhole = true;
+    std::vector<std::string> leftRunning; // agents still running after the run
+
+    bool Failed(std::initializer_list<const char*> syscalls) const {
+        for (const char* syscall : syscalls)
+            if (fault && !injected.empty() && fault->syscall == syscall)
+                return true;
+        return false;
+    }
+    bool OnListener() const { return Failed({"socket", "bind", "listen"}); }
+    bool OnPath(const std::string& piece) const { return Mentions(injected, piece); }
+    // The log itself, its folder or its opening.
+    bool OnLog() const { return OnPath("/log/ravel.log") || OnPath("/log\"") || OnPath("/log/\""); }
+};
+using Findings = std::vector<std::string>;
+
+struct Scenario {
+    const char* name;
+    bool duplicate;                           // the resident duplicate, else the installed copy
+    std::function<void(AgentPlace&)> arrange; // after LayOutInstalled
+    std::function<void(const Run&, Findings&)> check;
+    QString dataFolder = QString(); // the place's; its own temporary folder when empty
+};
+
+void CheckCommon(const Run& run, Findings& found) {
+    if (run.status == kHang)
+        found.push_back("a hang: still running at the deadline");
+    if (run.status == -1)
+        found.push_back("ended by a signal");
+    if (Mentions(run.errors, "Sanitizer") || Mentions(run.errors, "runtime error"))
+        found.push_back("a sanitizer report:\n" + run.errors);
+    if (!run.logWhole)
+        found.push_back("a log line out of form: " + run.badLogLine);
+    for (const std::string& program : run.leftRunning)
+        found.push_back("an agent still running after the run: " + program);
+    for (const QString& folder : {run.place.dup, run.place.inst})
+        for (const QString& name : QDir(folder).entryList(QDir::Files | QDir::Hidden))
+            if (name.startsWith("UserInfo.dat.") || name.startsWith("Tidewater.dat."))
+                found.push_back("a temporary file left: " + (folder + name).toStdString());
+    for (const auto& [file, bytes] : run.before) { // each settings file as it was, or whole
+        Settings settings;
+        const std::string now = ReadAll(file);
+        if (now != bytes && !ReadSettingsWhole(now, settings))
+            found.push_back(file.toStdString() + " not whole:\n" + now);
+    }
+}
+
+// Every entry of a folder tree, relative to it.
+std::set<QString> Entries(const QString& folder) {
+    std::set<QString> entries;
+    QDirIterator it(folder, QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot | QDir::System,
+                    QDirIterator::Subdirectories);
+    while (it.hasNext())
+        entries.insert(QDir(folder).relativeFilePath(it.next()));
+    return entries;
+}
+
+// Each copy in the duplicate folder is whole; nothing lies there that the agent does not put.
+void CheckCopies(const Run& run, Findings& found) {
+    const std::set<QString> installed = Entries(run.place.inst);
+    for (const QString& entry : Entries(run.place.dup)) {
+        const QFileInfo copy(run.place.dup + entry);
+        if (entry == "UserInfo.dat" || entry == "Tidewater.dat" || entry == "PolicyProbe.trace")
+            continue;
+        if (!installed.count(entry))
+            found.push_back("a stray entry in the duplicate folder: " + entry.toStdString());
+        else if (copy.isFile() && !copy.isSymLink() &&
+                 ReadAll(run.place.dup + entry) != ReadAll(run.place.inst + entry))
+            found.push_back("a copy not whole: " + entry.toStdString());
+    }
+}
+
+// ---- The resident duplicate: start, missed-check test, first check, launch, listener ----
+
+// A cycle long over in the third delay round, where no delay is drawn: the first check writes its
+// round and launches. "odd" is repaired to "ready" at start; "Notes" is a value no one writes.
+void ArrangeCheck(AgentPlace& place) {
+    place.LayOutInstalled({{"UpdateSetting", {{"AutoCheckNow", "0"}}}, {"LOG", {{"LogSwitch", "1"}}}},
+                          {{"UpdateInfo", {{"LastStatus", "odd"}}},
+                           {"DelayInfo", {{"DelayTimes", "3"}, {"DelayTime", "0"}}},
+                           {"Notes", {{"Kept", "a value no one writes"}}}});
+    for (const QString& file : QStringList{"libPolicyProbe.dylib", "libalpha.dylib", "Tidewater.dat"})
+        QFile::copy(place.inst + file, place.dup + file);
+    CopyExecutable(RAVEL_EXE_BUILT, QString::fromStdString(place.duplicateExe));
+}
+
+// Every value of UserInfo.dat stays, but those a check and the updater it started may change.
+void CheckSchedule(const Run& run, bool updaterRan, Findings& found) {
+    const std::string now = ReadAll(run.place.dup + "UserInfo.dat");
+    Settings before, after;
+    ReadSettingsWhole(run.before.at(run.place.dup + "UserInfo.dat"), before);
+    if (!ReadSettingsWhole(now, after))
+        return; // CheckCommon reports it
+    for (const auto& [section, keys] : before)
+        for (const auto& [key, was] : keys) {
+            const std::string name = (section + "/" + key).toStdString();
+            const auto at = after[section].find(key);
+            if (at == after[section].end()) {
+                found.push_back("UserInfo.dat lost " + name);
+                continue;
+            }
+            const QString& value = at->second;
+            const bool allowed =
+                key == "LastStatus"       ? value == "odd" || value == "ready"
+                : key == "DelayTimes"     ? value == "3" || (updaterRan && value == "1")
+                : key == "DelayTime"      ? !value.isEmpty() && !value.contains(QRegularExpression("[^0-9]"))
+                : key == "LastLaunchTime" ? value == was || (updaterRan && !value.isEmpty())
+                                          : value == was;
+            if (!allowed)
+                found.push_back("UserInfo.dat " + name + " became \"" + value.toStdString() +
+                                "\"" + (updaterRan ? "" : " and no updater ran"));
+        }
+}
+
+void CheckResident(const Run& run, Findings& found) {
+    const AgentPlace& place = run.place;
+    if (run.status > 0)
+        found.push_back("exit status " + std::to_string(run.status) + ", not 0");
+    const std::string launches = ReadAll(place.inst + "Tidewater.args");
+    if (run.OnListener()) {
+        if (!Has(run.messages, kListenFailed) || !launches.empty())
+            found.push_back("a failed listen not logged, or the updater ran after it");
+    } else {
+        if (!run.OnLog() && (run.messages.empty() ||
+                             run.messages.back() != "Accept a connection, ravel exit."))
+            found.push_back("the log does not end with the connection that ends the agent");
+        // Only a failed start, or a schedule that could not be read, may hold the launch back.
+        const bool mayHold = run.Failed({"clone", "clone3", "fork", "vfork", "execve"}) ||
+                             run.OnPath("UserInfo.dat");
+        if (launches != "auto\n" && !(mayHold && launches.empty()))
+            found.push_back("the updater's runs: \"" + launches + "\", not one");
+    }
+    for (const QString& file : {place.inst + "Tidewater.dat", place.dup + "Tidewater.dat"})
+        if (ReadAll(file) != run.before.at(file))
+            found.push_back(file.toStdString() + " changed:\n" + ReadAll(file));
+    CheckSchedule(run, launches == "auto\n", found);
+    CheckCopies(run, found);
+}
+
+// ---- The installed copy: data folder, log, bundle, libraries, data folders, Tidewater.dat, the
+// duplicate's start ----
+
+// No data folder in the settings: the default one, made level by level, is written back.
+void ArrangeDeployment(AgentPlace& place) {
+    place.LayOutInstalled();
+    QFile::remove(place.inst + "Tidewater.dat");
+    WriteSettings(place.inst + "Tidewater.dat",
+                  {{"UpdateSetting", {{"TimerMinutes", "600"}, {"AutoCheckNow", "0"}}},
+                   {"LOG", {{"LogSwitch", "1"}}}});
+    QDir(kDataRoot).removeRecursively();
+    for (const char* level : {"/usr", "/usr/local"}) // the overlay of the namespaces
+        chmod(level, 0755);
+}
+
+// The data folder written back to the installed settings, everything else as it was.
+void CheckInstalledSettings(const Run& run, Findings& found) {
+    const QString path = run.place.inst + "Tidewater.dat";
+    const std::string now = ReadAll(path), was = run.before.at(path);
+    Settings written, after;
+    ReadSettingsWhole(was, written);
+    written["DupInfo"]["DuplicatePath"] = run.place.data;
+    if (now != was && (!ReadSettingsWhole(now, after) || after != written))
+        found.push_back("Tidewater.dat neither as before nor with DuplicatePath:\n" + now);
+    const std::string copy = ReadAll(run.place.dup + "Tidewater.dat");
+    if (QFile::exists(run.place.dup + "Tidewater.dat") && copy != now && copy != was)
+        found.push_back("the duplicate's Tidewater.dat is not a whole copy:\n" + copy);
+}
+
+// The installed copy went as far as starting the duplicate (as its log says, unless the fault
+// was on the log).
+bool HandedOver(const Run& run) {
+    static const std::string start = "File path is: ", exe = "/ravel.app/Contents/MacOS/ravel";
+    for (const std::string& message : run.messages)
+        if (message.rfind(start, 0) == 0 && message.size() > exe.size() &&
+            message.compare(message.size() - exe.size(), exe.size(), exe) == 0)
+            return true;
+    return run.OnLog() && run.status == 0 && !run.OnListener();
+}
+
+// The duplicate's own start: its fork, or its program's exec.
+bool OnDuplicateStart(const Run& run) {
+    return (run.Failed({"clone", "fork", "vfork"}) && !run.OnPath("CLONE_VFORK")) ||
+           (run.Failed({"execve"}) && run.OnPath("Brightwell/ravel.app"));
+}
+
+void CheckHandOver(const Run& run, Findings& found) {
+    const AgentPlace& place = run.place;
+    if (!HandedOver(run))
+        return found.push_back("ended with 0 without handing over");
+    if (run.resident == kNone) {
+        if (!OnDuplicateStart(run))
+            found.push_back("no resident duplicate after the hand-over");
+        return;
+    }
+    if (run.resident != 0 || run.residentProgram != place.duplicateExe)
+        found.push_back("the duplicate ran from " + run.residentProgram + " and ended with " +
+                        std::to_string(run.resident));
+    if (ReadAll(QString::fromStdString(place.duplicateExe)) != ReadAll(RAVEL_EXE_BUILT) ||
+        !QFile::exists(place.dup + "Tidewater.dat"))
+        found.push_back("handed over without a whole bundle and Tidewater.dat");
+    for (const QString& name :
+         QDir(place.inst).entryList({"lib*.dylib"}, QDir::Files | QDir::CaseSensitive))
+        if (!QFile::exists(place.dup + name) &&
+            !Has(run.messages, "Copy file failed. the file name is:\n" +
+                                   (place.inst + name).toStdString() + "."))
+            found.push_back("a library neither copied nor its failure logged: " +
+                            name.toStdString());
+}
+
+void CheckDeployment(const Run& run, Findings& found) {
+    if (run.OnListener()) {
+        if (run.status != 0 || !Has(run.messages, kListenFailed) ||
+            QFile::exists(QString::fromStdString(run.place.duplicateExe)))
+            found.push_back("a failed listen: status " + std::to_string(run.status) +
+                            ", not logged or deployed anyway");
+    } else if (run.status == 255) {
+        if (!Has(run.messages, "Copy file to Dup failed.") &&
+            !Mentions(run.errors, "Duplicate path is empty or it's not a path."))
+            found.push_back("status 255 without its message");
+    } else if (run.status == 0) {
+        CheckHandOver(run, found);
+    } else if (run.status >= 0) {
+        found.push_back("exit status " + std::to_string(run.status));
+    }
+    CheckInstalledSettings(run, found);
+    CheckCopies(run, found);
+}
+
+const Scenario kCheck = {"check", true, ArrangeCheck, CheckResident};
+const Scenario kDeployment = {"deploy", false, ArrangeDeployment, CheckDeployment,
+                              kDataRoot + "Demo_Product/"};
+
+// ---- Running the agent under strace ----
+
+// Waits for our child `pid`: its exit status, -1 after a signal, kHang (and killed) at the
+// deadline.
+int StatusOf(pid_t pid) {
+    int status = 0;
+    bool ended = false;
+    if (!WaitUntil([&] { return ended = ended || waitpid(pid, &status, WNOHANG) == pid; })) {
+        kill(pid, SIGKILL), waitpid(pid, &status, 0);
+        return kHang;
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+// An agent process but `except` (0 when none): any argv[0] of a bundle's executable.
+pid_t FindAgent(const std::string& except, std::string& program) {
+    static const std::string exe = "/ravel.app/Contents/MacOS/ravel";
+    for (const QString& entry : QDir("/proc").entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        const std::vector<std::string> args = CommandLineOf(entry.toInt());
+        if (entry.toInt() > 0 && !args.empty() && args[0] != except && args[0].size() > exe.size() &&
+            args[0].compare(args[0].size() - exe.size(), exe.size(), exe) == 0) {
+            program = args[0];
+            return entry.toInt();
+        }
+    }
+    return 0;
+}
+
+// The resident agent (wherever a fault may have put its folder): once it listens, it is asked to
+// end through its port.
+struct Resident {
+    pid_t pid = 0;
+    std::string program;
+    bool asked = false;
+    void Poll(const AgentPlace& place) {
+        if (!pid)
+            pid = FindAgent(place.installedExe, program);
+        if (pid && !asked)
+            asked = UsePort(false) == 1;
+    }
+};
+
+// Runs the scenario's agent under strace (recording every call, or failing `fault`), ends what it
+// leaves resident, waits for every process it started, and gathers what the checks read.
+void RunAgent(const Scenario& scenario, Run& run) {
+    AgentPlace& place = run.place;
+    std::remove("/tmp/RAVEL_tmp");
+    for (const QString& file :
+         {place.inst + "Tidewater.dat", place.dup + "UserInfo.dat", place.dup + "Tidewater.dat"})
+        run.before[file] = ReadAll(file);
+    const std::string trace = (place.root + "strace.txt").toStdString();
+    std::vector<std::string> argv = StraceArguments(trace, run.fault, place.root.toStdString());
+    argv.insert(argv.begin(), "strace");
+    if (scenario.duplicate)
+        argv.push_back(place.inst.toStdString());
+    setenv("RAVEL_FAULT_PROGRAM",
+           (scenario.duplicate ? place.duplicateExe : place.installedExe).c_str(), 1);
+    const pid_t strace = place.Start(STRACE, argv);
+    place.Forget(strace); // waited for here
+    Resident resident;
+    int status = 0;
+    bool ended = false;
+    const bool inTime = WaitUntil([&] {
+        resident.Poll(place);
+        return ended = ended || waitpid(strace, &status, WNOHANG) == strace;
+    });
+    if (!inTime)
+        kill(strace, SIGKILL), waitpid(strace, &status, 0);
+    run.status = !inTime ? kHang : WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    run.trace = ReadAll(QString::fromStdString(trace));
+    run.injected = InjectedLine(run.trace, place.root.toStdString());
+    run.logWhole = LogMessages(ReadAll(place.data + "log/ravel.log"), run.messages, run.badLogLine);
+    if (!scenario.duplicate && HandedOver(run) && !OnDuplicateStart(run)) {
+        pid_t gone = 0;
+        WaitUntil([&] {
+            resident.Poll(place);
+            return resident.asked || (!resident.pid && (gone = EndedChild("ravel")));
+        });
+        if (resident.pid || gone)
+            run.resident = StatusOf(resident.pid ? resident.pid : gone);
+        run.residentProgram = resident.pid ? resident.program : place.duplicateExe;
+    }
+    std::string program; // agents still running: each is a finding, ended by its PID
+    while (const pid_t pid = FindAgent("", program)) {
+        run.leftRunning.push_back(program);
+        kill(pid, SIGKILL);
+        WaitUntil([pid] { return CommandLineOf(pid).empty(); });
+    }
+    // The updater it started records its run before the checks read the files.
+    if (!WaitUntil([] { return waitpid(-1, nullptr, WNOHANG) < 0 && errno == ECHILD; }))
+        run.status = kHang;
+    run.errors = ReadAll(place.errFile);
+    run.logWhole = LogMessages(ReadAll(place.data + "log/ravel.log"), run.messages, run.badLogLine);
+}
+
+struct Outcome {
+    Findings found;
+    std::vector<TracedCall> calls; // the clean run's
+    bool designed = false;         // the store's contract made what the checks found
+};
+
+// The store's contract: a settings file this account may not read reads as empty, and the next
+// write replaces it whole. Such a fault may change what the agent decides and which values stay.
+bool Unreadable(const Run& run) {
+    return run.Failed({"openat", "open"}) && run.fault->error == "EACCES" &&
+           !run.OnPath("O_WRONLY") && !run.OnPath("O_RDWR") &&
+           (run.OnPath("Tidewater.dat") || run.OnPath("UserInfo.dat") ||
+            run.OnPath("UpdateInfo.dat"));
+}
+
+Outcome RunAndCheck(const Scenario& scenario, const Fault* fault) {
+    QDir(kDataRoot).removeRecursively();
+    AgentPlace place(scenario.dataFolder);
+    scenario.arrange(place);
+    Run run(place, fault);
+    RunAgent(scenario, run);
+    Outcome outcome;
+    scenario.check(run, outcome.found);
+    if (!outcome.found.empty() && Unreadable(run)) {
+        outcome.designed = true;
+        outcome.found.clear();
+    }
+    CheckCommon(run, outcome.found);
+    if (fault && run.injected.empty())
+        outcome.found.push_back("not reached: no call was made to fail");
+    else if (fault && !SameCall(*fault, run.injected))
+        outcome.found.push_back("another call failed than meant: " + run.injected);
+    if (!fault)
+        outcome.calls = ParseTrace(run.trace, place.root.toStdString());
+    return outcome;
+}
+
+// ---- The loop ----
+
+struct LoopCase {
+    const Scenario* scenario;
+    std::string kind;
+};
+void PrintTo(const LoopCase& c, std::ostream* out) { *out << c.scenario->name << "/" << c.kind; }
+std::vector<LoopCase> LoopCases() {
+    std::vector<LoopCase> cases;
+    for (const Scenario* scenario : {&kCheck, &kDeployment})
+        for (const CallKind& kind : CallKinds())
+            cases.push_back({scenario, kind.name});
+    return cases;
+}
+
+std::string Short(const std::string& line) {
+    const std::string call = CallText(line);
+    return call.size() > 110 ? call.substr(0, 107) + "..." : call;
+}
+
+class FaultLoop : public ::testing::TestWithParam<LoopCase> {
+protected:
+    static void SetUpTestSuite() {
+        // The sanitizers' leak check cannot run in a process strace traces.
+        const char* asan = std::getenv("ASAN_OPTIONS");
+        setenv("ASAN_OPTIONS", (std::string(asan ? asan : "") + ":detect_leaks=0").c_str(), 1);
+    }
+};
+
+TEST_P(FaultLoop, EachCallFailedInTurn) {
+    RAVEL_REQUIRE_ISOLATION();
+    const Scenario& scenario = *GetParam().scenario;
+    const CallKind& kind = KindNamed(GetParam().kind);
+    const Outcome clean = RunAndCheck(scenario, nullptr);
+    ASSERT_TRUE(clean.found.empty()) << "the clean run:\n" << ::testing::PrintToString(clean.found);
+    const std::vector<Fault> every = EveryFault(kind, clean.calls);
+    const char* mode = std::getenv("RAVEL_FAULT_LOOP");
+    const std::vector<Fault> tried =
+        mode && std::string(mode) == "all" ? every : SampleOf(every, kSpread);
+    size_t failing = 0, designed = 0;
+    for (size_t i = 0; i < tried.size(); ++i) {
+        const Fault& fault = tried[i];
+        const Outcome outcome = RunAndCheck(scenario, &fault);
+        failing += !outcome.found.empty();
+        designed += outcome.designed && outcome.found.empty();
+        std::printf("[%s %s %zu/%zu] %s when=%d %s: %s\n", scenario.name, kind.name.c_str(), i + 1,
+                    tried.size(), Short(fault.line).c_str(), fault.when, fault.error.c_str(),
+                    !outcome.found.empty() ? "FOUND"
+                    : outcome.designed     ? "ok, as designed"
+                                           : "ok");
+        for (const std::string& finding : outcome.found)
+            std::printf("  FINDING %s\n", finding.c_str());
+        std::fflush(stdout);
+        EXPECT_TRUE(outcome.found.empty()) << Short(fault.line) << " " << fault.error;
+    }
+    std::printf("SUMMARY scenario=%s kind=%s points=%zu faults=%zu tried=%zu tried_points=%zu "
+                "designed=%zu found=%zu\n",
+                scenario.name, kind.name.c_str(), PointCount(every), every.size(), tried.size(),
+                PointCount(tried), designed, failing);
+}
+
+INSTANTIATE_TEST_SUITE_P(Agent, FaultLoop, ::testing::ValuesIn(LoopCases()), [](const auto& info) {
+    return std::string(info.param.scenario->name) + "_" + info.param.kind;
+});
+
+} // namespace
