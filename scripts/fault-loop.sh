@@ -9,7 +9,8 @@
 # Runs in private namespaces (needs root, as the tests do). Builds the default preset first.
 # Prints a line per fault, then the injection points (call x occurrence) and faults (x errors)
 # per call kind, and what was found. Status 0 when nothing was found, 1 otherwise.
-# Usage: scripts/fault-loop.sh [--only check|deploy] [--kind KIND]
+# Usage: scripts/fault-loop.sh [--count] [--only check|deploy] [--kind KIND]
+#   --count      only count the injection points and faults (the clean runs; a minute)
 #   --only S     one scenario: check (the resident duplicate) or deploy (the installed copy)
 #   --kind K     one call kind: open read write copy link rename sync mkdir chmod unlink start
 #                exec listen
@@ -17,9 +18,10 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-scenario='*' kind='*'
+scenario='*' kind='*' mode=all
 while [ $# -gt 0 ]; do
     case $1 in
+        --count) mode=count; shift ;;
         --only) scenario=${2:?--only needs check or deploy}; shift 2 ;;
         --kind) kind=${2:?--kind needs a call kind}; shift 2 ;;
         *) echo "fault-loop.sh: unknown argument \"$1\" (see --help)" >&2; exit 2 ;;
@@ -33,11 +35,11 @@ cmake --build --preset default --target agent_fault_tests ravel Tidewater Policy
 
 # The two scenarios run side by side, each in namespaces of its own.
 logs=$(mktemp -d)
-trap 'rm -rf "$logs"' EXIT
-scenarios=$([ "$scenario" = '*' ] && echo check deploy || echo "$scenario")
 pids=()
+trap '[ ${#pids[@]} -eq 0 ] || kill "${pids[@]}" 2>/dev/null; rm -rf "$logs"' EXIT
+scenarios=$([ "$scenario" = '*' ] && echo check deploy || echo "$scenario")
 for s in $scenarios; do
-    RAVEL_FAULT_LOOP=all build/tests/faults/agent_fault_tests \
+    RAVEL_FAULT_LOOP=$mode build/tests/faults/agent_fault_tests \
         --gtest_filter="Agent/FaultLoop.EachCallFailedInTurn/${s}_${kind}" >"$logs/$s" 2>&1 &
     pids+=($!)
 done
@@ -45,7 +47,8 @@ done
 (for p in "${pids[@]}"; do while kill -0 "$p" 2>/dev/null; do sleep 1; done; done) &
 tail -q -n +1 -f --pid=$! "$logs"/* 2>/dev/null |
     grep --line-buffered -E '^\[(check|deploy) |^  FINDING' || true
-wait
+wait "${pids[@]}" || true
+pids=()
 log=$logs/all
 cat "$logs"/check "$logs"/deploy >"$log" 2>/dev/null || true
 status=0

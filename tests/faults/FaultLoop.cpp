@@ -54,8 +54,7 @@ std::string Signature(const std::string& line) {
         if (!data || it->str()[0] == '<')
             signature += " " + it->str();
     static const std::regex digits("[0-9]+"), temporary(R"(\.dat\.[A-Za-z0-9]{6})");
-    return std::regex_replace(std::regex_replace(signature, temporary, ".dat.XXXXXX"), digits,
-                              "#");
+    return std::regex_replace(std::regex_replace(signature, temporary, ".dat.XXXXXX"), digits, "#");
 }
 
 bool MayCreate(const std::string& line) {
@@ -73,8 +72,9 @@ std::string PointKey(const Fault& fault) {
 } // namespace
 
 const std::vector<CallKind>& CallKinds() {
-    const std::vector<std::string> file = {"ENOSPC", "EIO", "EACCES"}, data = {"ENOSPC", "EIO", "EINTR"},
-                                   start = {"EAGAIN", "ENOMEM"}, mode = {"EIO", "EACCES", "EPERM"},
+    const std::vector<std::string> file = {"ENOSPC", "EIO", "EACCES"},
+                                   data = {"ENOSPC", "EIO", "EINTR"}, start = {"EAGAIN", "ENOMEM"},
+                                   mode = {"EIO", "EACCES", "EPERM"},
                                    open = {"ENOSPC", "EIO", "EACCES", "EMFILE", "EINTR"};
     static const std::vector<CallKind> kinds = {
         {"open", {{"openat", open}, {"open", open}}},
@@ -90,7 +90,9 @@ const std::vector<CallKind>& CallKinds() {
         {"start", {{"clone", start}, {"clone3", start}, {"fork", start}, {"vfork", start}}},
         {"exec", {{"execve", {"EACCES", "EIO", "ENOMEM"}}}, true},
         {"listen",
-         {{"socket", {"EMFILE", "EACCES"}}, {"bind", {"EACCES", "EADDRINUSE"}}, {"listen", {"EADDRINUSE"}}}},
+         {{"socket", {"EMFILE", "EACCES"}},
+          {"bind", {"EACCES", "EADDRINUSE"}},
+          {"listen", {"EADDRINUSE"}}}},
     };
     return kinds;
 }

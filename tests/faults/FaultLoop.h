@@ -20,10 +20,10 @@ const CallKind& KindNamed(const std::string& name);
 
 // One call a traced run made.
 struct TracedCall {
-    int pid = 0;                    // strace -f's
-    std::string syscall;            // as strace names it
-    int when = 0;                   // its number among the calls of `syscall` in its process, from 1
-    std::string line;               // strace's line, the run's own folder written as "ROOT/"
+    int pid = 0;         // strace -f's
+    std::string syscall; // as strace names it
+    int when = 0;        // its number among the calls of `syscall` in its process, from 1
+    std::string line;    // strace's line, the run's own folder written as "ROOT/"
     std::vector<std::string> files; // the paths of the descriptors it names (strace -y)
 };
 // The calls of strace's output (-o, -y), in order; `root` is the run's folder.
