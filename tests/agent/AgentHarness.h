@@ -33,11 +33,18 @@ template <class Condition> bool WaitUntil(Condition condition) { // generous dea
     return condition();
 }
 
-inline std::string ReadAll(const QString& path) { // empty for a folder
+// Empty for a folder, and when the read fails (a /proc file of a process that ends as it is read
+// fails with ESRCH, which the stream throws).
+inline std::string ReadAll(const QString& path) {
     if (QFileInfo(path).isDir())
         return {};
     std::ifstream file(path.toStdString(), std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    std::string bytes;
+    try {
+        bytes.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+    } catch (const std::exception&) {
+    }
+    return bytes;
 }
 
 inline void WriteAll(const QString& path, const std::string& bytes) {

@@ -147,10 +147,13 @@ std::vector<TracedCall> ParseTrace(const std::string& text, const std::string& r
     return calls;
 }
 
+// True for the agent's own calls: those naming its places (the run's folder, the data root, each
+// level of its path, /tmp/RAVEL_tmp), its process starts and its listener.
 bool AgentsOwnCall(const TracedCall& call) {
     static const std::regex sharedObject(R"(\.so(\.[0-9]+)*[">])");
     const std::string& line = call.line;
-    if (std::regex_search(line, sharedObject))
+    // Not the loader's search for shared objects, nor the sanitizer runtime reading /proc/self.
+    if (std::regex_search(line, sharedObject) || Contains(line, "</proc/"))
         return false;
     if (call.syscall == "clone" || call.syscall == "clone3" || call.syscall == "fork" ||
         call.syscall == "vfork" || call.syscall == "bind" || call.syscall == "listen")
