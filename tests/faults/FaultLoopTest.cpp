@@ -4,21 +4,334 @@
 // and no settings file lost, cut short or half-written, nor a temporary file left beside it.
 // ctest runs a sample of each call kind; RAVEL_FAULT_LOOP=all runs every fault
 // (scripts/fault-loop.sh), printing a line per fault and a summary per kind; "count" only counts.
-#include "FaultLoop.h"
 #include "AgentHarness.h"
 #include "Isolation.h"
 
-#include <QDirIterator>
 #include <QRegularExpression>
 #include <QXmlStreamReader>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <functional>
+#include <regex>
 #include <set>
+#include <sstream>
+#include <stdexcept>
 
 namespace {
+
+// The calls a report groups under one name ("open", "write", "start", ...): each system call as
+// strace names it, with the errors it is made to fail with (those it can give).
+struct CallKind {
+    std::string name;
+    std::vector<std::pair<std::string, std::vector<std::string>>> calls;
+    bool inChild = false; // made by a child the agent starts (an exec): traced with strace -f
+};
+// One call a traced run made.
+struct TracedCall {
+    int pid = 0;         // strace -f's
+    std::string syscall; // as strace names it
+    int when = 0;        // its number among the calls of `syscall` in its process, from 1
+    std::string line;    // strace's line, the run's own folder written as "ROOT/"
+    std::vector<std::string> files; // the paths of the descriptors it names (strace -y)
+};
+// One call made to fail.
+struct Fault {
+    std::string kind, syscall; // CallKind::name; as strace names it
+    int when = 0;              // strace's occurrence: the N-th call of `syscall` it counts
+    std::string error;         // ENOSPC, EIO, ...
+    std::string path; // what strace counts the calls on (-P): a child's program or a descriptor's
+                      // file; empty: every call of the agent's process counts
+    std::string line; // the call as the clean run made it, "ROOT/" for the run's folder
+};
+
+std::string ReplaceAll(std::string text, const std::string& from, const std::string& to) {
+    for (size_t at = 0; !from.empty() && (at = text.find(from, at)) != std::string::npos;
+         at += to.size())
+        text.replace(at, from.size(), to);
+    return text;
+}
+
+bool Contains(const std::string& text, const std::string& piece) {
+    return text.find(piece) != std::string::npos;
+}
+
+// The first quoted string of a line: an exec's program.
+std::string FirstQuoted(const std::string& line) {
+    const size_t open = line.find('"');
+    const size_t close = open == std::string::npos ? open : line.find('"', open + 1);
+    return close == std::string::npos ? std::string() : line.substr(open + 1, close - open - 1);
+}
+
+// strace's line of a call without its result.
+std::string CallText(const std::string& line) {
+    static const std::regex result(R"((\) +=| <unfinished \.\.\.>)[^=]*$)");
+    std::smatch match;
+    if (!std::regex_search(line, match, result))
+        return line;
+    return line.substr(0, match.position(0) + (line[match.position(0)] == ')' ? 1 : 0));
+}
+
+// What tells one call from another, whatever numbers, descriptors and temporary names a run
+// drew: the system call, the decoded descriptors and (but for data moved by read and write) the
+// quoted texts of its arguments.
+std::string Signature(const std::string& line) {
+    const size_t open = line.find('(');
+    if (open == std::string::npos)
+        return line;
+    const std::string syscall = line.substr(0, open);
+    const std::string arguments = CallText(line).substr(open);
+    const bool data = syscall == "read" || syscall == "write";
+    static const std::regex token(R"(<[^>]*>|"[^"]*")");
+    std::string signature = syscall;
+    for (std::sregex_iterator it(arguments.begin(), arguments.end(), token), end; it != end; ++it)
+        if (!data || it->str()[0] == '<')
+            signature += " " + it->str();
+    static const std::regex digits("[0-9]+"), temporary(R"(\.dat\.[A-Za-z0-9]{6})");
+    return std::regex_replace(std::regex_replace(signature, temporary, ".dat.XXXXXX"), digits, "#");
+}
+
+bool MayCreate(const std::string& line) {
+    return Contains(line, "O_CREAT") || Contains(line, "O_TMPFILE");
+}
+
+bool Applies(const std::string& syscall, const std::string& error, const std::string& line) {
+    return error != "ENOSPC" || (syscall != "openat" && syscall != "open") || MayCreate(line);
+}
+
+std::string PointKey(const Fault& fault) {
+    return fault.syscall + "#" + std::to_string(fault.when) + "#" + fault.path;
+}
+
+// Every kind, in the order of the report; KindNamed throws std::out_of_range for an unknown name.
+const std::vector<CallKind>& CallKinds() {
+    const std::vector<std::string> file = {"ENOSPC", "EIO", "EACCES"},
+                                   data = {"ENOSPC", "EIO", "EINTR"}, start = {"EAGAIN", "ENOMEM"},
+                                   mode = {"EIO", "EACCES", "EPERM"},
+                                   open = {"ENOSPC", "EIO", "EACCES", "EMFILE", "EINTR"};
+    static const std::vector<CallKind> kinds = {
+        {"open", {{"openat", open}, {"open", open}}},
+        {"read", {{"read", {"EIO", "EINTR"}}}},
+        {"write", {{"write", data}}},
+        {"copy", {{"sendfile", data}, {"copy_file_range", data}}},
+        {"link", {{"linkat", file}}},
+        {"rename", {{"rename", file}, {"renameat", file}, {"renameat2", file}}},
+        {"sync", {{"fsync", {"EIO", "ENOSPC"}}, {"fdatasync", {"EIO", "ENOSPC"}}}},
+        {"mkdir", {{"mkdir", file}, {"mkdirat", file}}},
+        {"chmod", {{"chmod", mode}, {"fchmod", mode}, {"fchmodat", mode}}},
+        {"unlink", {{"unlink", {"EIO", "EACCES"}}, {"unlinkat", {"EIO", "EACCES"}}}},
+        {"start", {{"clone", start}, {"clone3", start}, {"fork", start}, {"vfork", start}}},
+        {"exec", {{"execve", {"EACCES", "EIO", "ENOMEM"}}}, true},
+        {"listen",
+         {{"socket", {"EMFILE", "EACCES"}},
+          {"bind", {"EACCES", "EADDRINUSE"}},
+          {"listen", {"EADDRINUSE"}}}},
+    };
+    return kinds;
+}
+
+// Every kind, in the order of the report; KindNamed throws std::out_of_range for an unknown name.
+const CallKind& KindNamed(const std::string& name) {
+    for (const CallKind& kind : CallKinds())
+        if (kind.name == name)
+            return kind;
+    throw std::out_of_range("no call kind " + name);
+}
+
+// The paths of the descriptors a call names (strace -y), in order; not the folder of AT_FDCWD.
+std::vector<std::string> DescriptorPaths(const std::string& call) {
+    static const std::regex descriptor(R"((?:^|[(, ])[0-9]+<([^>]*)>(\(deleted\))?)");
+    std::vector<std::string> paths;
+    for (std::sregex_iterator it(call.begin(), call.end(), descriptor), end; it != end; ++it)
+        paths.push_back((*it)[1].str() + (*it)[2].str());
+    return paths;
+}
+
+// The file a descriptor-based call works on, when strace can count the calls on it apart (-P):
+// a named file of the agent's; empty for a pipe, a socket or a file not yet linked in (a
+// temporary file made with O_TMPFILE: "#N", "(deleted)"). Not an agent's executable either:
+// strace's command line would name it, and the agent's process-table test would take strace for
+// a twin.
+std::string FileOf(const TracedCall& call) {
+    for (const std::string& path : call.files)
+        if ((path.rfind("ROOT/", 0) == 0 || path.rfind("/", 0) == 0) &&
+            !Contains(path, "(deleted)") && !Contains(path, "/#") &&
+            !Contains(path, "ravel.app/Contents/MacOS/ravel"))
+            return path;
+    return std::string();
+}
+
+// The calls of strace's output (-o, -y), in order; `root` is the run's folder.
+std::vector<TracedCall> ParseTrace(const std::string& text, const std::string& root) {
+    static const std::regex start(R"(^(?:([0-9]+) +)?([a-z_0-9]+)\()");
+    std::vector<TracedCall> calls;
+    std::map<std::pair<int, std::string>, int> counts;
+    std::istringstream lines(text);
+    std::smatch match;
+    for (std::string line; std::getline(lines, line);) {
+        if (!std::regex_search(line, match, start))
+            continue;
+        TracedCall call;
+        call.pid = match[1].matched ? std::stoi(match[1]) : 0;
+        call.syscall = match[2];
+        call.when = ++counts[{call.pid, call.syscall}];
+        call.line = ReplaceAll(line.substr(match.position(2)), root, "ROOT/");
+        call.files = DescriptorPaths(CallText(call.line));
+        calls.push_back(call);
+    }
+    return calls;
+}
+
+// True for the agent's own calls: those naming its places (the run's folder, the data root, each
+// level of its path, /tmp/RAVEL_tmp), its process starts and its listener.
+bool AgentsOwnCall(const TracedCall& call) {
+    static const std::regex sharedObject(R"(\.so(\.[0-9]+)*[">])");
+    const std::string& line = call.line;
+    // Not the loader's search for shared objects, nor the sanitizer runtime reading /proc/self.
+    if (std::regex_search(line, sharedObject) || Contains(line, "</proc/"))
+        return false;
+    if (call.syscall == "clone" || call.syscall == "clone3" || call.syscall == "fork" ||
+        call.syscall == "vfork" || call.syscall == "bind" || call.syscall == "listen")
+        return true;
+    if (call.syscall == "socket")
+        return Contains(line, "AF_INET");
+    // Making the data root opens each level of its path, /usr and /usr/local included.
+    return Contains(line, "ROOT/") || Contains(line, "/usr/local/zq_kt_userdata") ||
+           Contains(line, "/tmp/RAVEL_tmp") || Contains(line, "(\"/usr\"") ||
+           Contains(line, "(\"/usr/local\"");
+}
+
+// The faults of one call: every error of its system call that applies.
+void AddFaults(Fault fault, const std::vector<std::string>& errors, std::vector<Fault>& faults) {
+    for (const std::string& error : errors)
+        if (Applies(fault.syscall, error, fault.line)) {
+            fault.error = error;
+            faults.push_back(fault);
+        }
+}
+
+// Every fault of `kind` in a run that made `calls`: each of the agent's own calls of that kind
+// (those naming its places, the process starts and the listener; for an exec, each program a
+// child of the agent starts, once), with every error that applies (ENOSPC for an open only where
+// it may create). A call on a descriptor of a named file counts among the calls on that file.
+std::vector<Fault> EveryFault(const CallKind& kind, const std::vector<TracedCall>& calls) {
+    std::vector<Fault> faults;
+    const int leader = calls.empty() ? 0 : calls.front().pid;
+    std::set<std::string> programs;
+    for (const auto& [syscall, errors] : kind.calls) {
+        std::map<std::string, int> onFile; // the calls so far on each file
+        for (const TracedCall& call : calls) {
+            if (call.syscall != syscall)
+                continue;
+            if (call.pid == leader)
+                for (const std::string& file : call.files)
+                    ++onFile[file];
+            Fault fault{kind.name, call.syscall, call.when, "", "", call.line};
+            if (kind.inChild) {
+                // The agent's own children: the updater, the duplicate, the process-table shell.
+                fault.path = FirstQuoted(call.line);
+                fault.when = 1; // strace counts each child's calls apart
+                const bool own = fault.path.rfind("ROOT/", 0) == 0 || fault.path == "/bin/sh";
+                if (call.pid != leader && own && programs.insert(fault.path).second)
+                    AddFaults(fault, errors, faults);
+                continue;
+            }
+            if (call.pid != leader || !AgentsOwnCall(call))
+                continue;
+            // Counted among the calls on its file: calls on pipes, which a signal may make
+            // start over, then cannot shift it.
+            fault.path = FileOf(call);
+            if (!fault.path.empty())
+                fault.when = onFile[fault.path];
+            AddFaults(fault, errors, faults);
+        }
+    }
+    return faults;
+}
+
+// The number of distinct calls (points: call x occurrence) among `faults`.
+size_t PointCount(const std::vector<Fault>& faults) {
+    std::set<std::string> points;
+    for (const Fault& fault : faults)
+        points.insert(PointKey(fault));
+    return points.size();
+}
+
+// A bounded, deterministic sample: for each system call its first and last points and a spread
+// between (at most `spread` points), each error at least once.
+std::vector<Fault> SampleOf(const std::vector<Fault>& faults, size_t spread) {
+    std::vector<std::string> syscalls;
+    for (const Fault& fault : faults)
+        if (std::find(syscalls.begin(), syscalls.end(), fault.syscall) == syscalls.end())
+            syscalls.push_back(fault.syscall);
+    std::vector<Fault> sample;
+    for (const std::string& syscall : syscalls) {
+        std::vector<std::vector<Fault>> points; // the faults of each point, in order
+        for (const Fault& fault : faults)
+            if (fault.syscall == syscall) {
+                if (points.empty() || PointKey(points.back().front()) != PointKey(fault))
+                    points.emplace_back();
+                points.back().push_back(fault);
+            }
+        const size_t n = points.size(), k = std::min(n, std::max<size_t>(spread, 1));
+        std::set<std::string> errors, used;
+        for (size_t j = 0; j < k; ++j) { // first, last and evenly between
+            const std::vector<Fault>& point = points[k == 1 ? 0 : j * (n - 1) / (k - 1)];
+            sample.push_back(point[j % point.size()]);
+            used.insert(point[j % point.size()].error);
+        }
+        for (const std::vector<Fault>& point : points)
+            for (const Fault& fault : point)
+                if (!used.count(fault.error)) { // an error no chosen point took
+                    sample.push_back(fault);
+                    used.insert(fault.error);
+                }
+    }
+    return sample;
+}
+
+// strace's arguments (program excluded) for a run of $RAVEL_FAULT_PROGRAM (through bash, so that
+// no process but the agent lists its path: its process-table test would see a twin) in the folder
+// `root`: recording every call, or making `fault` fail. The trace goes to `tracePath`.
+std::vector<std::string> StraceArguments(const std::string& tracePath, const Fault* fault,
+                                         const std::string& root) {
+    std::vector<std::string> args = {"-qq", "-y", "-o", tracePath};
+    if (!fault) {
+        std::string traced = "trace=";
+        for (const CallKind& kind : CallKinds())
+            for (const auto& call : kind.calls)
+                traced += call.first + ",";
+        args.insert(args.end(), {"-f", "-e", traced.substr(0, traced.size() - 1)});
+    } else {
+        const std::string inject = "inject=" + fault->syscall + ":error=" + fault->error +
+                                   ":when=" + std::to_string(fault->when);
+        if (KindNamed(fault->kind).inChild)
+            args.push_back("-f");
+        if (!fault->path.empty())
+            args.insert(args.end(), {"-P", ReplaceAll(fault->path, "ROOT/", root)});
+        args.insert(args.end(), {"-e", "trace=" + fault->syscall, "-e", inject});
+    }
+    // bash, not sh: the process-table test's shell is /bin/sh, which an exec fault may name.
+    args.insert(args.end(),
+                {"--", "/bin/bash", "-c", "exec \"$RAVEL_FAULT_PROGRAM\" \"$@\"", "ravel"});
+    return args;
+}
+
+// The traced line of the call strace made to fail ("ROOT/" for `root`); empty when none was.
+std::string InjectedLine(const std::string& trace, const std::string& root) {
+    for (const TracedCall& call : ParseTrace(trace, root))
+        if (Contains(call.line, "(INJECTED)"))
+            return call.line;
+    return std::string();
+}
+
+// True when the injected line is the call `fault` meant: the same system call on the same path,
+// decoded descriptor or program (numbers and temporary names may differ).
+bool SameCall(const Fault& fault, const std::string& injectedLine) {
+    return Signature(fault.line) == Signature(injectedLine);
+}
 
 const int kNone = -3; // no such process came
 const int kHang = -2; // still running at the deadline
@@ -85,9 +398,6 @@ bool LogMessages(const std::string& log, std::vector<std::string>& messages, std
 bool Has(const std::vector<std::string>& messages, const std::string& message) {
     return std::find(messages.begin(), messages.end(), message) != messages.end();
 }
-bool Mentions(const std::string& text, const std::string& piece) {
-    return text.find(piece) != std::string::npos;
-}
 
 // What a run left, for the checks.
 struct Run {
@@ -111,7 +421,7 @@ struct Run {
         return false;
     }
     bool OnListener() const { return Failed({"socket", "bind", "listen"}); }
-    bool OnPath(const std::string& piece) const { return Mentions(injected, piece); }
+    bool OnPath(const std::string& piece) const { return Contains(injected, piece); }
     // The log itself, its folder or its opening.
     bool OnLog() const { return OnPath("/log/ravel.log") || OnPath("/log\"") || OnPath("/log/\""); }
 };
@@ -130,7 +440,7 @@ void CheckCommon(const Run& run, Findings& found) {
         found.push_back("a hang: still running at the deadline");
     if (run.status == -1)
         found.push_back("ended by a signal");
-    if (Mentions(run.errors, "Sanitizer") || Mentions(run.errors, "runtime error"))
+    if (Contains(run.errors, "Sanitizer") || Contains(run.errors, "runtime error"))
         found.push_back("a sanitizer report:\n" + run.errors);
     if (!run.logWhole)
         found.push_back("a log line out of form: " + run.badLogLine);
@@ -145,31 +455,6 @@ void CheckCommon(const Run& run, Findings& found) {
         const std::string now = ReadAll(file);
         if (now != bytes && !ReadSettingsWhole(now, settings))
             found.push_back(file.toStdString() + " not whole:\n" + now);
-    }
-}
-
-// Every entry of a folder tree, relative to it.
-std::set<QString> Entries(const QString& folder) {
-    std::set<QString> entries;
-    QDirIterator it(folder, QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot | QDir::System,
-                    QDirIterator::Subdirectories);
-    while (it.hasNext())
-        entries.insert(QDir(folder).relativeFilePath(it.next()));
-    return entries;
-}
-
-// Each copy in the duplicate folder is whole; nothing lies there that the agent does not put.
-void CheckCopies(const Run& run, Findings& found) {
-    const std::set<QString> installed = Entries(run.place.inst);
-    for (const QString& entry : Entries(run.place.dup)) {
-        const QFileInfo copy(run.place.dup + entry);
-        if (entry == "UserInfo.dat" || entry == "Tidewater.dat" || entry == "PolicyProbe.trace")
-            continue;
-        if (!installed.count(entry))
-            found.push_back("a stray entry in the duplicate folder: " + entry.toStdString());
-        else if (copy.isFile() && !copy.isSymLink() &&
-                 ReadAll(run.place.dup + entry) != ReadAll(run.place.inst + entry))
-            found.push_back("a copy not whole: " + entry.toStdString());
     }
 }
 
@@ -240,7 +525,6 @@ void CheckResident(const Run& run, Findings& found) {
         if (ReadAll(file) != run.before.at(file))
             found.push_back(file.toStdString() + " changed:\n" + ReadAll(file));
     CheckSchedule(run, launches == "auto\n", found);
-    CheckCopies(run, found);
 }
 
 // ---- The installed copy: data folder, log, bundle, libraries, data folders, Tidewater.dat, the
@@ -321,7 +605,7 @@ void CheckDeployment(const Run& run, Findings& found) {
                             ", not logged or deployed anyway");
     } else if (run.status == 255) {
         if (!Has(run.messages, "Copy file to Dup failed.") &&
-            !Mentions(run.errors, "Duplicate path is empty or it's not a path."))
+            !Contains(run.errors, "Duplicate path is empty or it's not a path."))
             found.push_back("status 255 without its message");
     } else if (run.status == 0) {
         CheckHandOver(run, found);
@@ -329,7 +613,6 @@ void CheckDeployment(const Run& run, Findings& found) {
         found.push_back("exit status " + std::to_string(run.status));
     }
     CheckInstalledSettings(run, found);
-    CheckCopies(run, found);
 }
 
 const Scenario kCheck = {"check", true, ArrangeCheck, CheckResident};
@@ -338,12 +621,14 @@ const Scenario kDeployment = {"deploy", false, ArrangeDeployment, CheckDeploymen
 
 // ---- Running the agent under strace ----
 
-// Waits for our child `pid`: its exit status, -1 after a signal, kHang (and killed) at the
-// deadline.
-int StatusOf(pid_t pid) {
+// Waits for our child `pid`, calling `meanwhile` as it does: its exit status, -1 after a signal,
+// kHang (and killed) at the deadline.
+int StatusOf(
+    pid_t pid, const std::function<void()>& meanwhile = [] {}) {
     int status = 0;
     bool ended = false;
-    if (!WaitUntil([&] { return ended = ended || waitpid(pid, &status, WNOHANG) == pid; })) {
+    if (!WaitUntil(
+            [&] { return meanwhile(), ended = ended || waitpid(pid, &status, WNOHANG) == pid; })) {
         kill(pid, SIGKILL), waitpid(pid, &status, 0);
         return kHang;
     }
@@ -397,15 +682,7 @@ void RunAgent(const Scenario& scenario, Run& run) {
     const pid_t strace = place.Start(STRACE, argv);
     place.Forget(strace); // waited for here
     Resident resident;
-    int status = 0;
-    bool ended = false;
-    const bool inTime = WaitUntil([&] {
-        resident.Poll(place);
-        return ended = ended || waitpid(strace, &status, WNOHANG) == strace;
-    });
-    if (!inTime)
-        kill(strace, SIGKILL), waitpid(strace, &status, 0);
-    run.status = !inTime ? kHang : WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    run.status = StatusOf(strace, [&] { resident.Poll(place); });
     run.trace = ReadAll(QString::fromStdString(trace));
     run.injected = InjectedLine(run.trace, place.root.toStdString());
     run.logWhole = LogMessages(ReadAll(place.data + "log/ravel.log"), run.messages, run.badLogLine);
@@ -513,7 +790,10 @@ TEST_P(FaultLoop, EachCallFailedInTurn) {
                                      : mode == "count" ? std::vector<Fault>()
                                                        : SampleOf(every, kSpread);
     size_t failing = 0, designed = 0;
-    for (size_t i = 0; i < tried.size(); ++i) {
+    // RAVEL_FAULT_FROM=N starts at the N-th fault tried: a long loop shared among processes.
+    const char* from = std::getenv("RAVEL_FAULT_FROM");
+    for (size_t i = from ? std::max(std::strtoul(from, nullptr, 10), 1ul) - 1 : 0; i < tried.size();
+         ++i) {
         const Fault& fault = tried[i];
         const Outcome outcome = RunAndCheck(scenario, &fault);
         failing += !outcome.found.empty();
