@@ -319,11 +319,24 @@ std::vector<std::string> StraceArguments(const std::string& tracePath, const Fau
     return args;
 }
 
-// The traced line of the call strace made to fail ("ROOT/" for `root`); empty when none was.
+// The traced line of the call strace made to fail ("ROOT/" for `root`); empty when none was. A
+// call another process's call interrupted in the trace ("<unfinished ...>", then "<... resumed>")
+// is joined back.
 std::string InjectedLine(const std::string& trace, const std::string& root) {
-    for (const TracedCall& call : ParseTrace(trace, root))
-        if (Contains(call.line, "(INJECTED)"))
-            return call.line;
+    static const std::regex resumed(R"(^([0-9]+) +<\.\.\. [a-z_0-9]+ resumed>(.*)$)");
+    std::map<std::string, std::string> unfinished; // by process
+    std::istringstream lines(trace);
+    std::smatch match;
+    for (std::string line; std::getline(lines, line);) {
+        const size_t cut = line.find(" <unfinished ...>");
+        if (cut != std::string::npos)
+            unfinished[line.substr(0, line.find(' '))] = line.substr(0, cut);
+        else if (std::regex_match(line, match, resumed))
+            line = unfinished[match[1]] + match[2].str();
+        if (Contains(line, "(INJECTED)"))
+            for (const TracedCall& call : ParseTrace(line, root))
+                return call.line;
+    }
     return std::string();
 }
 
