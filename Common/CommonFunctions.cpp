@@ -20,6 +20,15 @@ bool LoadSettings(const QString& file, CMarkupSTL& document) {
     return true;
 }
 
+// Loads what there is to load; false when the file is there but could not be read for now.
+bool LoadForWriting(const QString& file, CMarkupSTL& document) {
+    std::string text;
+    const SettingsRead read = ReadSettingsFile(file, text, false);
+    if (read == SettingsRead::Read && !text.empty())
+        document.SetDoc(text.c_str());
+    return read != SettingsRead::Failed;
+}
+
 } // namespace
 
 // The section "root" is looked for as a child of root here, unlike in WriteConfigure: the two
@@ -40,11 +49,14 @@ QVariant CCommonFunctions::GetConfigure(const QString& section, const QString& k
     return QVariant(value);
 }
 
-// A file that cannot be read or has no root is started afresh: what it held is dropped.
+// A file with nothing to read or without root is started afresh: what it held is dropped. A file
+// whose reading failed for now (an I/O error, no descriptor left) is not: started afresh, it would
+// lose every other setting, so the write is dropped instead, as a failing save drops it.
 void CCommonFunctions::WriteConfigure(const QString& section, const QString& key,
                                       const QVariant& value, const QString& file) {
     CMarkupSTL document;
-    LoadSettings(file, document);
+    if (!LoadForWriting(file, document))
+        return;
     if (!document.FindElem(kRootTag)) {
         document.SetDoc(UTF8_XML_HEADER);
         document.AddElem(kRootTag);

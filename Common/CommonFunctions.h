@@ -19,8 +19,8 @@ public:
     // Reads the whole file into `out` as UTF-8 without a byte-order mark: UTF-16LE (FF FE) is
     // converted, after EF BB BF the rest up to the first NUL, otherwise the text from the first "<"
     // on, read as local 8-bit. With `unseal`, the text is then unsealed with Decrypt. Returns 0,
-    // or -1 (`out` untouched) for an empty path, a missing, empty or non-regular file, or an
-    // unmarked file without "<".
+    // or -1 (`out` untouched) for an empty path, a missing, empty or non-regular file, an
+    // unmarked file without "<", or a read that failed (ReadSettingsFile tells these apart).
     static int ReadXMLFile(const std::wstring& path, std::string& out, bool unseal);
     // Writes EF BB BF (unless the document text starts with it) and the document's text, sealed
     // with Encrypt when `seal`, through a temporary file renamed over `path`: a killed save leaves
@@ -37,7 +37,9 @@ public:
     // Stores value.toString() (escaped) under <root><section><key>, adding what is missing and
     // keeping everything else in place; section "root" puts the key directly under root. A file
     // that is missing, unreadable or has no root is written afresh, dropping what it held. Saved
-    // as SaveXmlFile does (atomically, with its mode); a failed save is silent.
+    // as SaveXmlFile does (atomically, with its mode); a failed save is silent, and so is a write
+    // dropped because the file could not be read for now (an I/O error, no descriptor or memory
+    // left; see ReadSettingsFile): the file is left as it is.
     static void WriteConfigure(const QString& section, const QString& key, const QVariant& value,
                                const QString& file);
 
@@ -65,8 +67,9 @@ public:
     // Copies the tree under `src` into `dst` (hidden entries included), making folders as needed
     // (MakeFolders) and setting their modes (setFilePermissions). Links are recreated last,
     // pointing to the entry of the same name in `dst`; an entry (or dangling link) already standing
-    // at a link's name is replaced. False at the first entry that cannot be copied, or when the
-    // last link cannot be made.
+    // at a link's name is replaced. Special files and dangling links in `src` are left out. False
+    // when `src` cannot be listed to its end, at the first entry that cannot be copied, or when
+    // the last link cannot be made.
     static bool MXPCopyDir(QString src, QString dst);
     // Sets the mode of `path` itself (not of what a folder holds), following links. Shared: read,
     // write and execute for owner, group and others (0777). Per-user: the owner's alone, 0700 for

@@ -18,6 +18,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -181,6 +182,42 @@ bool ExistsOrDangles(const QString& path) {
     return info.exists() || info.isSymLink();
 }
 
+// What a listing with QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot keeps: files,
+// folders and links, but no special file (FIFO, socket, device) and no dangling link.
+bool Listed(const QFileInfo& entry) {
+    if (entry.isSymLink())
+        return entry.exists();
+    return entry.isFile() || entry.isDir();
+}
+
+DIR* OpenFolder(const QByteArray& path) {
+    DIR* dir = nullptr;
+    do
+        dir = ::opendir(path.constData());
+    while (!dir && errno == EINTR);
+    return dir;
+}
+
+// The entries of `folder` (ending with "/") in file-system order, as that listing gives them.
+// False when the folder cannot be read to its end: a list cut short would copy part of a tree as
+// if it were all of it.
+bool ListFolder(const QString& folder, QFileInfoList& entries) {
+    DIR* dir = OpenFolder(QFile::encodeName(folder));
+    if (!dir)
+        return false;
+    errno = 0;
+    while (const dirent* entry = ::readdir(dir)) {
+        const QString name = QFile::decodeName(entry->d_name);
+        const QFileInfo info(folder + name);
+        if (name != QLatin1String(".") && name != QLatin1String("..") && Listed(info))
+            entries.append(info);
+        errno = 0;
+    }
+    const bool whole = errno == 0;
+    ::closedir(dir);
+    return whole;
+}
+
 QFileDevice::Permissions EveryoneFlags() {
     return QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner |
            QFileDevice::ReadUser | QFileDevice::WriteUser | QFileDevice::ExeUser |
@@ -281,10 +318,11 @@ bool CCommonFunctions::MXPCopyDir(QString src, QString dst) {
         MakeFolders(dst);
         setFilePermissions(dst);
     }
-    const QFileInfoList entries = QDir(src).entryInfoList(
-        QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot, QDir::Unsorted);
     src = WithSlash(src);
     dst = WithSlash(dst);
+    QFileInfoList entries;
+    if (!ListFolder(src, entries))
+        return false;
     QFileInfoList links;
     for (const QFileInfo& entry : entries) {
         if (entry.isSymLink())

@@ -22,16 +22,25 @@ private:
 };
 
 // Reads up to `size` bytes into `buffer` and returns how many were read: fewer only at the end
-// of the file or on an error (a folder, for one), after which nothing more is read.
-inline size_t ReadFully(int fd, void* buffer, size_t size) {
+// of the file or on an error (a folder, for one), after which nothing more is read; `failed`
+// tells which. EINTR is retried.
+inline size_t ReadFully(int fd, void* buffer, size_t size, bool& failed) {
     size_t got = 0;
+    failed = false;
     while (got < size) {
         const ssize_t n = ::read(fd, static_cast<char*>(buffer) + got, size - got);
         if (n < 0 && errno == EINTR)
             continue;
+        failed = n < 0;
         if (n <= 0)
             break;
         got += static_cast<size_t>(n);
     }
     return got;
+}
+
+// As above, for callers to whom an error and the end of the file are alike.
+inline size_t ReadFully(int fd, void* buffer, size_t size) {
+    bool failed = false;
+    return ReadFully(fd, buffer, size, failed);
 }

@@ -35,23 +35,40 @@ const size_t kBlock = 8;
 const size_t kKeyLength = 24;
 const size_t kDigestChunk = 51200;
 const int kMaxRandomBytes = 128;
+// Reads of a settings file before one that fails for now counts as failed.
+const int kReadAttempts = 3;
 
-// Reads the whole file; an empty result means it could not be opened or holds nothing.
-// The buffer carries one extra zero byte so that the text can be read as a C string.
-// Settings files are re-read at every check: one open, one fstat (which tells both that this is
-// a plain file, as a folder opens for reading too, and its size), one read, one close.
-std::vector<char> ReadWholeFile(const char* path, long& size) {
-    size = 0;
-    const Descriptor file(::open(path, O_RDONLY | O_CLOEXEC));
+// True for an error that tells nothing about the file itself: it may well be there and whole,
+// and the same call may succeed a moment later.
+bool Transient(int error) {
+    return error == EIO || error == EMFILE || error == ENFILE || error == ENOMEM || error == EAGAIN;
+}
+
+int OpenForReading(const char* path) {
+    int fd = -1;
+    do
+        fd = ::open(path, O_RDONLY | O_CLOEXEC);
+    while (fd < 0 && errno == EINTR);
+    return fd;
+}
+
+// Reads the whole file into `buffer`, which carries one extra zero byte so that the text can be
+// read as a C string. Settings files are re-read at every check: one open, one fstat (which tells
+// both that this is a plain file, as a folder opens for reading too, and its size), one read, one
+// close.
+SettingsRead ReadWholeFile(const char* path, std::vector<char>& buffer) {
+    const Descriptor file(OpenForReading(path));
     struct stat info;
-    if (file.get() < 0 || fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode) ||
-        info.st_size < 1)
-        return {};
-    size = static_cast<long>(info.st_size);
-    std::vector<char> buffer(static_cast<size_t>(size) + 1, '\0');
-    // A short read leaves zeros behind, which every decoder below stops at or ignores.
-    ReadFully(file.get(), buffer.data(), static_cast<size_t>(size));
-    return buffer;
+    if (file.get() < 0 || fstat(file.get(), &info) != 0)
+        return Transient(errno) ? SettingsRead::Failed : SettingsRead::Absent;
+    if (!S_ISREG(info.st_mode) || info.st_size < 1)
+        return SettingsRead::Absent;
+    buffer.assign(static_cast<size_t>(info.st_size) + 1, '\0');
+    // A file that shrank meanwhile leaves zeros behind, which every decoder below stops at or
+    // ignores; an error part-way would leave a cut text that parses as less than the file holds.
+    bool failed = false;
+    ReadFully(file.get(), buffer.data(), static_cast<size_t>(info.st_size), failed);
+    return failed ? SettingsRead::Failed : SettingsRead::Read;
 }
 
 bool StartsWith(const std::vector<char>& buffer, const char* mark, size_t length) {
@@ -119,18 +136,28 @@ int CCommonFunctions::ReadXMLFile(const std::wstring& path, std::string& out, bo
     return ReadXMLFileAt(QString::fromWCharArray(path.data(), qsizetype(path.size())), out, unseal);
 }
 
-// The path in 8-bit form ends at its first NUL, as it always has.
 int ReadXMLFileAt(const QString& path, std::string& out, bool unseal) {
+    return ReadSettingsFile(path, out, unseal) == SettingsRead::Read ? 0 : -1;
+}
+
+// The path in 8-bit form ends at its first NUL, as it always has.
+SettingsRead ReadSettingsFile(const QString& path, std::string& out, bool unseal) {
     if (path.isEmpty())
-        return -1;
+        return SettingsRead::Absent;
     QReadLocker locker(&CCommonFunctions::m_ReadWriteLock);
-    long size = 0;
-    const std::vector<char> buffer = ReadWholeFile(path.toLocal8Bit().constData(), size);
-    if (buffer.empty() || !DecodeText(buffer, size, out))
-        return -1;
+    std::vector<char> buffer;
+    // A value read as its default, for an error that would have passed a moment later, is what
+    // the agent decides by and may write back: the read is tried again first.
+    SettingsRead read = SettingsRead::Failed;
+    for (int attempt = 0; attempt < kReadAttempts && read == SettingsRead::Failed; ++attempt)
+        read = ReadWholeFile(path.toLocal8Bit().constData(), buffer);
+    if (read != SettingsRead::Read)
+        return read;
+    if (!DecodeText(buffer, static_cast<long>(buffer.size() - 1), out))
+        return SettingsRead::Absent;
     if (unseal)
         out = Decrypt(out, SEAL_PASS_PHRASE);
-    return 0;
+    return SettingsRead::Read;
 }
 
 // Written through a temporary file renamed over the target, so that a process killed during the

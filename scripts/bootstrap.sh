@@ -11,6 +11,7 @@ packages=(
     libgtest-dev libgmock-dev libbenchmark-dev
     libssl-dev       # test oracle for MD5 and triple DES
     libxml2-utils    # xmllint, an independent reader of the settings files in tests
+    strace           # makes one system call fail at a time in the fault tests
     procps           # ps, used by the agent's process-table test
     tzdata           # time zones with daylight saving, for the date tests
     faketime         # libfaketime: a fast clock for the tests that wait for days

@@ -35,11 +35,18 @@ template <class Condition> bool WaitUntil(Condition condition) { // generous dea
     return condition();
 }
 
-inline std::string ReadAll(const QString& path) { // empty for a folder
+// Empty for a folder, and when the read fails (a /proc file of a process that ends as it is read
+// fails with ESRCH, which the stream throws).
+inline std::string ReadAll(const QString& path) {
     if (QFileInfo(path).isDir())
         return {};
     std::ifstream file(path.toStdString(), std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    std::string bytes;
+    try {
+        bytes.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+    } catch (const std::exception&) {
+    }
+    return bytes;
 }
 
 inline void WriteAll(const QString& path, const std::string& bytes) {
@@ -237,10 +244,14 @@ public:
     // Tells the resident agent to end, as its own account: a connection to its port (shared) or
     // its socket (per-user). True when the connection was made.
     bool AskToEnd() const { return kPerUser ? ReachSocket(*account, data) : UsePort(false) == 1; }
+    // No longer ended at the end: the caller waits for it.
+    void Forget(pid_t pid) {
+        started.erase(std::remove(started.begin(), started.end(), pid), started.end());
+    }
     // Exit status, -1 after a signal; a process still running at the deadline is a hang: it
     // fails the test and is killed.
     int Reap(pid_t pid) {
-        started.erase(std::remove(started.begin(), started.end(), pid), started.end());
+        Forget(pid);
         int status = -1;
         bool ended = false;
         if (!WaitUntil([&] { return ended = ended || waitpid(pid, &status, WNOHANG) == pid; })) {

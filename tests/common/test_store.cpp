@@ -69,6 +69,23 @@ protected:
         CMarkupSTL document(text);
         return CCommonFunctions::SaveXmlFile(file.toStdWString(), document, seal);
     }
+    // Runs store_writer with `arguments` under strace, which makes the calls on `path` fail as
+    // `inject` (its --inject) says: store_writer's exit status. The trace is not kept.
+    int RunFailing(const QString& path, const char* inject, const QStringList& arguments) {
+        const QString trace = dir.path() + ".strace";
+        QProcess strace;
+        QStringList environment = QProcess::systemEnvironment();
+        // The sanitizers' leak check cannot run in a process that strace traces.
+        environment << "ASAN_OPTIONS=" + qEnvironmentVariable("ASAN_OPTIONS") + ":detect_leaks=0";
+        strace.setEnvironment(environment);
+        strace.start(STRACE, QStringList{"-o", trace, "-P", path, QString("--inject=") + inject,
+                                         STORE_WRITER} +
+                                 arguments);
+        EXPECT_TRUE(strace.waitForFinished(-1)) << strace.readAllStandardError().toStdString();
+        EXPECT_THAT(ReadBytes(trace).toStdString(), testing::HasSubstr("(INJECTED)"));
+        QFile::remove(trace);
+        return strace.exitCode();
+    }
     QTemporaryDir dir;
     QString file = Path("UserInfo.dat");
 };
@@ -237,7 +254,12 @@ TEST_F(Store, CopiesTreesLinksHiddenFilesSkipsIdenticalOnesAndRollsBack) {
     WriteBytes(src + "sub/run", "#!/bin/sh\n");
     ASSERT_EQ(chmod(QFile::encodeName(src + "sub/run").constData(), 0750), 0);
     ASSERT_TRUE(QFile::link(src + "a.txt", src + "ln") && QFile::link("b.bin", src + "sub/rel"));
+    // Neither a dangling link nor a special file is copied.
+    ASSERT_TRUE(QFile::link("nowhere", src + "dangling"));
+    ASSERT_EQ(mkfifo(QFile::encodeName(src + "sub/fifo").constData(), 0644), 0);
     ASSERT_TRUE(CCommonFunctions::MXPCopyDir(src, dst));
+    EXPECT_FALSE(QFileInfo(dst + "dangling").isSymLink());
+    EXPECT_FALSE(QFileInfo::exists(dst + "sub/fifo"));
     EXPECT_EQ(Mode(dst + "sub/run"), kExecutable);
     EXPECT_EQ(ReadBytes(dst + "a.txt") + ReadBytes(dst + ".hidden") + ReadBytes(dst + "sub/b.bin"),
               QByteArray("alphasecret\0\1\2", 14));
@@ -353,5 +375,85 @@ TEST_F(Store, KilledWriterLeavesTheOldOrTheNewFile) {
                 << name.toStdString(); // Qt's temporary files add six characters
     }
 }
+
+// System calls of a write's own read made to fail (strace, counting only the calls on the
+// settings file): once, which the read outlasts by trying again, or on every try. A file that is
+// there but cannot be read for now keeps all it holds: the write is dropped. EINTR is retried;
+// a file this account may not read is replaced whole, as the store's contract has it.
+struct ReadFault {
+    const char* name;
+    const char* inject; // strace's --inject
+    const char* after;  // the file's text after the declaration
+};
+void PrintTo(const ReadFault& row, std::ostream* out) {
+    *out << row.name;
+}
+const char kBefore[] = "<root>\r\n<A>\r\n<a>1</a>\r\n</A>\r\n</root>\r\n";
+const char kAdded[] = "<root>\r\n<A>\r\n<a>1</a>\r\n</A>\r\n<C>\r\n<c>3</c>\r\n</C>\r\n</root>\r\n";
+const char kAlone[] = "<root>\r\n<C>\r\n<c>3</c>\r\n</C>\r\n</root>\r\n";
+const ReadFault kReadFaults[] = {
+    {"OpenFailsOnceWithEIO", "openat:error=EIO:when=1", kAdded},
+    {"OpenFailsOnceWithEMFILE", "openat:error=EMFILE:when=1", kAdded},
+    {"ReadFailsOnceWithEIO", "read:error=EIO:when=1", kAdded},
+    {"OpenFailsTwiceWithENOMEM", "openat:error=ENOMEM:when=1..2", kAdded},
+    {"OpenFailsEveryTimeWithEIO", "openat:error=EIO:when=1+", kBefore},
+    {"OpenFailsEveryTimeWithEMFILE", "openat:error=EMFILE:when=1+", kBefore},
+    {"OpenFailsEveryTimeWithENFILE", "openat:error=ENFILE:when=1+", kBefore},
+    {"OpenFailsEveryTimeWithENOMEM", "openat:error=ENOMEM:when=1+", kBefore},
+    {"ReadFailsEveryTimeWithEIO", "read:error=EIO:when=1+", kBefore},
+    {"OpenInterruptedThreeTimes", "openat:error=EINTR:when=1..3", kAdded},
+    {"ReadInterrupted", "read:error=EINTR:when=1", kAdded},
+    {"OpenRefusedWithEACCES", "openat:error=EACCES:when=1", kAlone},
+};
+
+class StoreReadFault : public Store, public ::testing::WithParamInterface<ReadFault> {};
+
+TEST_P(StoreReadFault, AWriteWhoseReadFailsForNowKeepsTheFile) {
+    const ReadFault& row = GetParam();
+    WriteBytes(file, kHead + kBefore);
+    ASSERT_EQ(RunFailing(file, row.inject, {file, "C", "c", "3"}), 0);
+    EXPECT_EQ(ReadBytes(file), kHead + row.after);
+    EXPECT_EQ(QDir(dir.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+              QStringList{"UserInfo.dat"})
+        << "a temporary file left";
+}
+
+INSTANTIATE_TEST_SUITE_P(OneCall, StoreReadFault, testing::ValuesIn(kReadFaults),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+// A folder of a tree that cannot be listed to its end fails the copy, rather than passing for
+// an empty folder; an interrupted opening is tried again.
+struct ListFault {
+    const char* name;
+    const char* inject; // strace's --inject, on the calls on the subfolder
+    bool copied;        // whole
+};
+void PrintTo(const ListFault& row, std::ostream* out) {
+    *out << row.name;
+}
+const ListFault kListFaults[] = {
+    {"OpeningFailsWithEIO", "openat:error=EIO:when=1", false},
+    {"OpeningFailsWithEMFILE", "openat:error=EMFILE:when=1", false},
+    {"OpeningInterrupted", "openat:error=EINTR:when=1", true},
+    {"ReadingFailsWithEIO", "getdents64:error=EIO:when=1", false},
+};
+
+class StoreListFault : public Store, public ::testing::WithParamInterface<ListFault> {};
+
+TEST_P(StoreListFault, AFolderThatCannotBeListedFailsTheCopy) {
+    const ListFault& row = GetParam();
+    const QString src = Path("src/"), dst = Path("dst/");
+    ASSERT_TRUE(QDir().mkpath(src + "sub"));
+    WriteBytes(src + "a.txt", "alpha");
+    WriteBytes(src + "sub/b.txt", "beta");
+    EXPECT_EQ(RunFailing(src + "sub/", row.inject, {"--copy", src, dst}), row.copied ? 0 : 1)
+        << "the copy's result";
+    if (row.copied) {
+        EXPECT_EQ(ReadBytes(dst + "a.txt") + ReadBytes(dst + "sub/b.txt"), "alphabeta");
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(OneCall, StoreListFault, testing::ValuesIn(kListFaults),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 } // namespace
