@@ -1,6 +1,6 @@
 // Every I/O call the agent makes during a check and during a deployment made to fail in turn
 // (strace), with each error the call can give. For each fault: no crash (no signal, no sanitizer
-// report), no hang, the specified exit status and log line where the agent reports the failure,
+// report), no hang, the exit status and log line the agent gives where it reports the failure,
 // and no settings file lost, cut short or half-written, nor a temporary file left beside it.
 // ctest runs a sample of each call kind; RAVEL_FAULT_LOOP=all runs every fault
 // (scripts/fault-loop.sh), printing a line per fault and a summary per kind; "count" only counts.
